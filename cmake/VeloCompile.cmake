@@ -1,0 +1,46 @@
+# How everything of ours is compiled: language, warnings, visibility, instrumentation.
+
+include( GNUInstallDirs )
+find_package( Threads REQUIRED )
+
+set( CMAKE_CXX_STANDARD 20 )
+set( CMAKE_CXX_STANDARD_REQUIRED ON )
+set( CMAKE_CXX_EXTENSIONS OFF )
+set( CMAKE_CXX_VISIBILITY_PRESET hidden )
+set( CMAKE_VISIBILITY_INLINES_HIDDEN ON )
+set( CMAKE_POSITION_INDEPENDENT_CODE ON )
+set( CMAKE_EXPORT_COMPILE_COMMANDS ON )
+
+# Programs and libraries land together, so that they are easy to find and to run by hand.
+set( CMAKE_RUNTIME_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/bin" )
+set( CMAKE_LIBRARY_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/lib" )
+
+if( NOT CMAKE_CXX_COMPILER_LAUNCHER )
+   find_program( CCACHE ccache )
+   if( CCACHE )
+      set( CMAKE_CXX_COMPILER_LAUNCHER "${CCACHE}" )
+   endif()
+endif()
+
+add_compile_options( -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Wold-style-cast )
+if( VELO_WERROR )
+   add_compile_options( -Werror )
+endif()
+
+# Definitions that headers look at stand here, so that no two targets can disagree about them.
+if( VELO_DEBUG_CHECKS )
+   add_compile_definitions( VELO_DEBUG_CHECKS=1 )
+endif()
+if( VELO_ALWAYS_YIELD )
+   add_compile_definitions( ORU_ALWAYS_YIELD=1 )
+endif()
+
+if( VELO_SANITIZE )
+   add_compile_options(
+      -fsanitize=${VELO_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer )
+   add_link_options( -fsanitize=${VELO_SANITIZE} )
+endif()
+if( VELO_COVERAGE )
+   add_compile_options( --coverage -fprofile-update=atomic )
+   add_link_options( --coverage )
+endif()
