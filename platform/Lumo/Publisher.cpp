@@ -1,0 +1,81 @@
+#include "Lumo/Publisher.h"
+
+namespace Lumo {
+namespace {
+
+/// The changes being told now, innermost first. Event loop only, like all dispatching.
+const Notification * innermost = nullptr;
+
+} // namespace
+
+/// One dispatch in progress: its cursor and end markers in the ring.
+class Dispatch {
+ public:
+   explicit Dispatch( Publisher & publisher, const Notification & notification )
+      : cursor_( nullptr ), end_( nullptr ) {
+      end_.linkBefore( publisher );
+      cursor_.linkBefore( *publisher.next_ );
+      innermost = &notification;
+      outer_ = notification.outer;
+   }
+   ~Dispatch() { innermost = outer_; }
+
+   /// Steps over the next subscriber and returns it; null at the end or when the publisher died.
+   Subscriber * next() {
+      while ( cursor_.linked() ) {
+         Impl::Link * at = cursor_.next_;
+         if ( at == &end_ ) { return nullptr; }
+         cursor_.unlink();
+         cursor_.linkBefore( *at->next_ );
+         auto * slot = static_cast< Subscriber * >( at );
+         if ( slot->dispatch_ ) { return slot; }
+      }
+      return nullptr;
+   }
+
+ private:
+   struct Marker : Subscriber {
+      explicit Marker( DispatchFunction none ) : Subscriber( none ) {}
+      using Link::linkBefore;
+      using Link::next_;
+   };
+
+   Marker cursor_;
+   Marker end_;
+   const Notification * outer_;
+};
+
+Publisher::~Publisher() {
+   while ( next_ != this ) { next_->unlink(); }
+   next_ = prev_ = nullptr;
+}
+
+void Publisher::subscriberAdd( Subscriber & slot ) {
+   Impl::checkEventLoopThread();
+   LUMO_ASSERT( !slot.subscribed() );
+   slot.linkBefore( *this );
+}
+
+bool Publisher::hasSubscribers() const {
+   for ( const Link * at = next_; at != this; at = at->next_ ) {
+      if ( static_cast< const Subscriber * >( at )->dispatch_ ) { return true; }
+   }
+   return false;
+}
+
+void Publisher::dispatch( short attributeId, const void * key, const void * oldValue,
+                          const void * newValue ) {
+   const Notification notification{ this, attributeId, key, oldValue, newValue, innermost };
+   Dispatch inProgress( *this, notification );
+   while ( Subscriber * slot = inProgress.next() ) {
+      slot->dispatch_( this, slot, attributeId, key, newValue );
+   }
+}
+
+const Notification * Publisher::notification( short attributeId ) const {
+   const Notification * at = innermost;
+   while ( at && ( at->publisher != this || at->attributeId != attributeId ) ) { at = at->outer; }
+   return at;
+}
+
+} // namespace Lumo

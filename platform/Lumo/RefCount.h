@@ -1,0 +1,66 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+
+#include <sys/single_threaded.h>
+
+#include "Lumo/Assert.h"
+
+namespace Lumo::Impl {
+
+/// A reference count with eight flag bits below it, in one word.
+///
+/// While the process has a single thread the arithmetic is plain; afterwards it is atomic. The C
+/// library tells which (`__libc_single_threaded`, which turns false before a second thread runs).
+/// Flag writes share the word and follow the same rule.
+class RefCount {
+ public:
+   using Word = std::uint64_t;
+   static constexpr unsigned kFlagBits = 8;
+   static constexpr Word kOne = Word{ 1 } << kFlagBits;
+   static constexpr Word kFlags = kOne - 1;
+
+   explicit RefCount( Word flags = 0 ) : word_( kOne | flags ) {}
+
+   void increment() {
+      const Word before = add( kOne );
+#if defined( VELO_DEBUG_CHECKS ) && VELO_DEBUG_CHECKS
+      LUMO_ASSERT( before >> kFlagBits && "no reference may be taken during destruction" );
+#else
+      static_cast< void >( before );
+#endif
+   }
+
+   /// True when this was the last reference.
+   bool decrement() { return ( add( ~kOne + 1 ) >> kFlagBits ) == 1; }
+
+   Word count() const { return word_.load( std::memory_order_relaxed ) >> kFlagBits; }
+
+   bool flag( Word mask ) const { return word_.load( std::memory_order_relaxed ) & mask; }
+
+   void flagIs( Word mask, bool on ) {
+      if ( __libc_single_threaded ) {
+         const Word word = word_.load( std::memory_order_relaxed );
+         word_.store( on ? word | mask : word & ~mask, std::memory_order_relaxed );
+      } else if ( on ) {
+         word_.fetch_or( mask, std::memory_order_relaxed );
+      } else {
+         word_.fetch_and( ~mask, std::memory_order_relaxed );
+      }
+   }
+
+ private:
+   Word add( Word delta ) {
+      if ( __libc_single_threaded ) {
+         const Word before = word_.load( std::memory_order_relaxed );
+         word_.store( before + delta, std::memory_order_relaxed );
+         return before;
+      }
+      return word_.fetch_add( delta, std::memory_order_acq_rel );
+   }
+
+   std::atomic< Word > word_;
+};
+
+} // namespace Lumo::Impl

@@ -1,0 +1,107 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <source_location>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include <fmt/format.h>
+
+#include "Lumo/Export.h"
+#include "Lumo/Node.h"
+#include "Lumo/Ptr.h"
+
+/// Tracing: named handles, levels 0 to 31, one installable sink.
+///
+/// A disabled message costs one load and one branch: `LUMO_TRACE` looks at the handle's level mask
+/// before it touches its arguments. Levels are switched per handle at run time, by
+/// `traceLevelsIs` or, before a handle is first used, by the environment:
+///
+///    VELO_TRACE="PbrCountersBacklog/7-8,Ivx/9,*/6"
+
+namespace Lumo {
+
+/// A named switch board of trace levels. Two handles of one name share it.
+class VELO_PLATFORM_EXPORT TraceHandle final : public Node {
+ public:
+   explicit TraceHandle( std::string_view name ) : name_( name ) {}
+
+   const std::string & name() const { return name_; }
+   bool enabled( int level ) const {
+      return ( levels_.load( std::memory_order_relaxed ) >> level ) & 1;
+   }
+
+   /// Bit n enables level n. Any thread.
+   void levelsIs( std::uint32_t mask ) { levels_.store( mask, std::memory_order_relaxed ); }
+   std::uint32_t levels() const { return levels_.load( std::memory_order_relaxed ); }
+
+ private:
+   const std::string name_;
+   std::atomic< std::uint32_t > levels_{ 0 };
+};
+
+/// Sets the level mask of the handle called `name`, existing or still to come; "*" means all.
+VELO_PLATFORM_EXPORT void traceLevelsIs( std::string_view name, std::uint32_t mask );
+
+/// The mask with the bits of levels `first` to `last`.
+constexpr std::uint32_t traceLevels( int first, int last = -1 ) {
+   std::uint32_t mask = 0;
+   for ( int level = first; level <= ( last < 0 ? first : last ); ++level ) { mask |= 1U << level; }
+   return mask;
+}
+
+/// One emitted message. The views live until the sink returns.
+struct TraceRecord {
+   std::string_view handle;
+   int level;
+   std::source_location where;
+   std::string_view text;
+};
+
+/// Where messages go. Called on the thread that traces; must not trace itself.
+class VELO_PLATFORM_EXPORT TraceSink {
+ public:
+   virtual ~TraceSink();
+   virtual void emit( const TraceRecord & record ) = 0;
+};
+
+/// Installs `sink` (not owned; null for the default, which writes lines to standard error) and
+/// returns the one before it.
+VELO_PLATFORM_EXPORT TraceSink * traceSinkIs( TraceSink * sink );
+
+namespace Platform {
+
+/// The handle of that name, created on first use. With `obeyEnvironment` a new handle starts with
+/// the levels that VELO_TRACE gives it, else with none. Any thread.
+VELO_PLATFORM_EXPORT Ptr< TraceHandle > getDebugHandler( std::string_view name,
+                                                         bool obeyEnvironment = true );
+
+} // namespace Platform
+
+namespace Impl {
+
+VELO_PLATFORM_EXPORT void traceEmit( const TraceHandle & handle, int level,
+                                     std::source_location where, std::string_view text );
+
+} // namespace Impl
+
+/// Emits a `{}`-formatted message if `level` is enabled.
+template< class... Args >
+void fmtrace( const TraceHandle & handle, int level, std::source_location where,
+              fmt::format_string< Args... > format, Args &&... args ) {
+   if ( !handle.enabled( level ) ) { return; }
+   Impl::traceEmit( handle, level, where, fmt::format( format, std::forward< Args >( args )... ) );
+}
+
+} // namespace Lumo
+
+/// `fmtrace` from here, with its arguments evaluated only if `level` is enabled.
+#define LUMO_TRACE( handle, level, ... )                                                           \
+   do {                                                                                            \
+      const auto & lumoTraceHandle = ( handle );                                                   \
+      if ( lumoTraceHandle.enabled( level ) ) [[unlikely]] {                                       \
+         ::Lumo::fmtrace( lumoTraceHandle, level, std::source_location::current(), __VA_ARGS__ );  \
+      }                                                                                            \
+   } while ( false )
