@@ -8,25 +8,24 @@ const Notification * innermost = nullptr;
 
 } // namespace
 
-/// One dispatch in progress: its cursor and end markers in the ring.
+/// One dispatch in progress: its cursor and end markers in the publisher's ring.
 class Dispatch {
  public:
    explicit Dispatch( Publisher & publisher, const Notification & notification )
-      : cursor_( nullptr ), end_( nullptr ) {
+      : cursor_( nullptr ), end_( nullptr ), outer_( notification.outer ) {
       end_.linkBefore( publisher );
-      cursor_.linkBefore( *publisher.next_ );
+      cursor_.linkBefore( *publisher.next() );
       innermost = &notification;
-      outer_ = notification.outer;
    }
    ~Dispatch() { innermost = outer_; }
 
    /// Steps over the next subscriber and returns it; null at the end or when the publisher died.
    Subscriber * next() {
       while ( cursor_.linked() ) {
-         Impl::Link * at = cursor_.next_;
+         Link * at = cursor_.next();
          if ( at == &end_ ) { return nullptr; }
          cursor_.unlink();
-         cursor_.linkBefore( *at->next_ );
+         cursor_.linkBefore( *at->next() );
          auto * slot = static_cast< Subscriber * >( at );
          if ( slot->dispatch_ ) { return slot; }
       }
@@ -34,20 +33,13 @@ class Dispatch {
    }
 
  private:
-   struct Marker : Subscriber {
-      explicit Marker( DispatchFunction none ) : Subscriber( none ) {}
-      using Link::linkBefore;
-      using Link::next_;
-   };
-
-   Marker cursor_;
-   Marker end_;
+   Subscriber cursor_;
+   Subscriber end_;
    const Notification * outer_;
 };
 
 Publisher::~Publisher() {
-   while ( next_ != this ) { next_->unlink(); }
-   next_ = prev_ = nullptr;
+   while ( next() != this ) { next()->unlink(); }
 }
 
 void Publisher::subscriberAdd( Subscriber & slot ) {
@@ -57,7 +49,7 @@ void Publisher::subscriberAdd( Subscriber & slot ) {
 }
 
 bool Publisher::hasSubscribers() const {
-   for ( const Link * at = next_; at != this; at = at->next_ ) {
+   for ( const Link * at = next(); at != this; at = at->next() ) {
       if ( static_cast< const Subscriber * >( at )->dispatch_ ) { return true; }
    }
    return false;

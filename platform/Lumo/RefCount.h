@@ -21,7 +21,7 @@ class RefCount {
    static constexpr Word kOne = Word{ 1 } << kFlagBits;
    static constexpr Word kFlags = kOne - 1;
 
-   explicit RefCount( Word flags = 0 ) : word_( kOne | flags ) {}
+   RefCount() : word_( kOne ) {}
 
    void increment() {
       const Word before = add( kOne );

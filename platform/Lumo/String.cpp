@@ -21,9 +21,7 @@ String::String( std::string_view text ) : word_( kShortTag ) {
 }
 
 String::Block * String::allocate( std::size_t size ) {
-   auto * block = new ( ::operator new( sizeof( Block ) + size ) ) Block{};
-   block->size = size;
-   return block;
+   return new ( ::operator new( sizeof( Block ) + size ) ) Block( size );
 }
 
 void String::seal() {

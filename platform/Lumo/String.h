@@ -82,9 +82,11 @@ class VELO_PLATFORM_EXPORT String {
    static const std::uint64_t processSeed_;
 
    struct Block {
+      explicit Block( std::size_t bytesToCome ) : size( bytesToCome ) {}
+
       Impl::RefCount refs;
-      std::uint64_t hash;
-      std::size_t size;
+      std::uint64_t hash = 0;
+      const std::size_t size;
       char * bytes() { return reinterpret_cast< char * >( this + 1 ); }
    };
 
