@@ -1,0 +1,7 @@
+#include "Quon/Entity.h"
+
+namespace Quon {
+
+Entity::~Entity() = default;
+
+} // namespace Quon
