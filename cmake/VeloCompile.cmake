@@ -27,6 +27,10 @@ if( VELO_WERROR )
    add_compile_options( -Werror )
 endif()
 
+# Object files do not depend on where the build tree is, so that a compiler cache can share them
+# between presets.
+add_compile_options( "-ffile-prefix-map=${PROJECT_BINARY_DIR}=." )
+
 # Definitions that headers look at stand here, so that no two targets can disagree about them.
 if( VELO_DEBUG_CHECKS )
    add_compile_definitions( VELO_DEBUG_CHECKS=1 )
