@@ -1,0 +1,23 @@
+#pragma once
+
+/// Where an iterator stands: what a store needs to know to step on, and to keep the place right
+/// while elements move.
+///
+/// A cursor that is registered with its collection is told of every change:
+///  - `node` follows the element when a store moves it;
+///  - `leaf` and `at` (the fast way to the next element) are forgotten when the order inside that
+///    leaf changes; the next step then finds its place by the key.
+/// An unregistered cursor is only used while its collection's version stays what it was.
+namespace Quon::detail {
+
+template< class Node >
+struct Cursor {
+   const Node * node = nullptr; ///< The element stood on; null at the end.
+   void * leaf = nullptr;       ///< The store's leaf that holds it; null when to be found again.
+   int at = 0;                  ///< Position in the leaf's order.
+   Cursor * nextRegistered = nullptr;
+
+   void forgetPlace() { leaf = nullptr; }
+};
+
+} // namespace Quon::detail

@@ -1,0 +1,78 @@
+#pragma once
+
+#include "Lumo/Assert.h"
+
+#include <type_traits>
+#include <utility>
+
+/// The element of a keyed collection in its three forms: key and value, key alone (a set), and a
+/// value that carries its own key.
+namespace Quon::detail {
+
+template< class Traits >
+concept KeyTakenFromValue = requires { typename Traits::KeyFunktor; };
+
+/// Key and value side by side.
+template< class Key, class Value, class Traits >
+class Element {
+ public:
+   Element( const Key & key, Value value ) : key_( key ), value_( std::move( value ) ) {}
+
+   const Key & fwkKey() const { return key_; }
+   const Value & value() const { return value_; }
+   Value & value() { return value_; }
+
+   Value takeValue() && { return std::move( value_ ); }
+   Value exchangeValue( Value value ) { return std::exchange( value_, std::move( value ) ); }
+   static void checkKey( const Key &, const Value & ) {}
+
+ private:
+   Key key_;
+   [[no_unique_address]] Value value_;
+};
+
+/// The element of a set.
+template< class Key, class Traits >
+class Element< Key, void, Traits > {
+ public:
+   explicit Element( const Key & key ) : key_( key ) {}
+
+   const Key & fwkKey() const { return key_; }
+
+ private:
+   Key key_;
+};
+
+/// The element of a collection whose key is taken from the value. The value is read-only here:
+/// changing its key in place would lose it.
+template< class Key, class Value, KeyTakenFromValue Traits >
+   requires( !std::is_void_v< Value > )
+class Element< Key, Value, Traits > {
+ public:
+   using KeyFunktor = typename Traits::KeyFunktor;
+
+   Element( const Key &, Value value ) : value_( std::move( value ) ) {}
+
+   const Key & fwkKey() const { return KeyFunktor()( value_ ); }
+   const Value & value() const { return value_; }
+
+   Value takeValue() && { return std::move( value_ ); }
+   Value exchangeValue( Value value ) { return std::exchange( value_, std::move( value ) ); }
+
+   /// Fatal unless `value` carries `key`. Asked before anything is changed.
+   static void checkKey( const Key & key, const Value & value ) { Check{ key }( value ); }
+
+ private:
+   /// Spelt this way because the text of the condition is what an operator finds in the log.
+   struct Check {
+      const Key & key;
+      const Key & fwkKey() const { return key; }
+      void operator()( const Value & _value ) const {
+         LUMO_ASSERT( fwkKey() == KeyFunktor()( _value ) );
+      }
+   };
+
+   Value value_;
+};
+
+} // namespace Quon::detail

@@ -1,0 +1,310 @@
+#pragma once
+
+#include "Lumo/Assert.h"
+#include "Lumo/Thread.h"
+#include "Quon/detail/KeyedIterator.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <iterator>
+#include <optional>
+#include <type_traits>
+#include <utility>
+
+namespace Quon::detail {
+
+/// What `memberIs` did.
+template< class NodePtr >
+struct MemberIs {
+   NodePtr node;
+   bool inserted; ///< False: the key was present, its value was replaced.
+   explicit operator bool() const { return inserted; }
+};
+
+/// The keyed collection as its users see it, over a store that keeps the elements in order.
+///
+/// The store knows structure; this class knows the order of events. For every change it holds:
+/// the arguments are judged, then the store is changed, then the version, then the iterators that
+/// lost their element are given it, and only then does anything die. A destructor of a key or value
+/// may therefore use this collection in any way.
+///
+/// Thread     event loop only (checked in debug builds)
+/// Pointers   a `Node *` is good until the next insertion or deletion
+template< class Self, class Store >
+class KeyedCollection {
+ public:
+   using Key = typename Store::Key;
+   using Value = typename Store::Value;
+   using Node = typename Store::Node;
+   using NodePtr = typename Store::NodePtr;
+   using Iterator = KeyedIterator< KeyedCollection >;
+   using CheckedIterator = detail::CheckedIterator< KeyedCollection >;
+   static constexpr bool hasValue = !std::is_void_v< Value >;
+
+   KeyedCollection() = default;
+   KeyedCollection( KeyedCollection && other ) { takeContents( other ); }
+   KeyedCollection & operator=( KeyedCollection && other ) {
+      if ( this != &other ) {
+         memberDelAll();
+         takeContents( other );
+      }
+      return *this;
+   }
+   ~KeyedCollection() {
+      memberDelAll();
+      eachIterator( []( Iterator & i ) { i.hashMap_ = nullptr; } );
+   }
+
+   std::size_t size() const { return store_.size(); }
+   bool empty() const { return store_.size() == 0; }
+
+   /// Different after every insertion, deletion and replaced value.
+   std::uint64_t version() const { return version_; }
+
+   /// The element under `key` or null. `key` may be any probe that hashes and compares like one.
+   template< class K2 >
+   NodePtr lookup( const K2 & key ) const {
+      return store_.find( key );
+   }
+   template< class K2 >
+   NodePtr operator[]( const K2 & key ) const {
+      return store_.find( key );
+   }
+
+   /// The element under `key`, inserted with a default value if it was absent.
+   Node & newMember( const Key & key )
+      requires( hasValue )
+   {
+      changing();
+      const auto [node, inserted] = store_.insert( key, iterators_, [&key] {
+         Value value{};
+         Node::checkKey( key, value );
+         return Node( key, std::move( value ) );
+      } );
+      version_ += inserted;
+      return *node;
+   }
+
+   /// Inserts `key` with `value`, or replaces the value that it had.
+   template< class V = Value >
+   MemberIs< NodePtr > memberIs( const Key & key, std::type_identity_t< V > value )
+      requires( hasValue )
+   {
+      changing();
+      Node::checkKey( key, value );
+      // `value` is consumed by the insertion or, when the key is present, by the exchange.
+      const auto [node, inserted] =
+         store_.insert( key, iterators_, [&] { return Node( key, std::move( value ) ); } );
+      ++version_;
+      if ( !inserted ) { value = node->exchangeValue( std::move( value ) ); }
+      return { node, inserted };
+   }
+
+   /// Inserts `key` into the set.
+   MemberIs< NodePtr > memberIs( const Key & key )
+      requires( !hasValue )
+   {
+      changing();
+      const auto [node, inserted] =
+         store_.insert( key, iterators_, [&key] { return Node( key ); } );
+      version_ += inserted;
+      return { node, inserted };
+   }
+
+   /// Replaces the value under `key`. False, and no effect, if there is none.
+   template< class V = Value >
+   bool update( const Key & key, std::type_identity_t< V > value )
+      requires( hasValue )
+   {
+      changing();
+      Node::checkKey( key, value );
+      Node * const node = store_.findMutable( key );
+      if ( !node ) { return false; }
+      ++version_;
+      value = node->exchangeValue( std::move( value ) );
+      return true;
+   }
+
+   /// Deletes the element under `key`. False, and no effect, if there is none.
+   template< class K2 >
+   bool deleteMember( const K2 & key ) {
+      changing();
+      const auto place = store_.locate( key );
+      if ( !place ) { return false; }
+      ++version_;
+      Node & node = store_.at( place );
+      park( node );
+      const Node gone( std::move( node ) );
+      store_.erase( place, iterators_ );
+      return true;
+   }
+
+   /// Deletes the element under `key` and hands back its value, or nothing.
+   template< class K2, class V = Value >
+   std::optional< V > takeMember( const K2 & key )
+      requires( hasValue )
+   {
+      changing();
+      std::optional< V > taken;
+      if ( const auto place = store_.locate( key ) ) {
+         ++version_;
+         leaveElements( &store_.at( place ) );
+         taken.emplace( std::move( store_.at( place ) ).takeValue() );
+         store_.erase( place, iterators_ );
+      }
+      return taken;
+   }
+
+   void memberDelAll() {
+      changing();
+      if ( empty() ) { return; }
+      Store gone = std::exchange( store_, Store() );
+      ++version_;
+      parkIteratorsOfLostElements();
+   }
+
+   /// Deletes `key` and everything after it in the collection's order. O(deleted), as are the next.
+   void deleteFrom( const Key & key ) { deleteRange( Key( key ), std::nullopt ); }
+   /// Deletes everything before `key`.
+   void deleteUpTo( const Key & key ) { deleteRange( std::nullopt, Key( key ) ); }
+   /// Deletes `from` and everything after it that is before `to`.
+   void deleteBetween( const Key & from, const Key & to ) {
+      if ( Store::isBefore( from, to ) ) { deleteRange( Key( from ), Key( to ) ); }
+   }
+
+   /// Swaps the contents with an empty collection. O(1). Iterators stay with this collection.
+   Self moveOut() { return Self( std::move( static_cast< Self & >( *this ) ) ); }
+
+   /// Takes in every element of `other` whose key is absent here; the rest die. O(the smaller).
+   void mergeBack( Self && other ) {
+      changing();
+      KeyedCollection & from = other;
+      if ( &from == this || from.empty() ) { return; }
+      ++version_;
+      ++from.version_;
+      from.leaveElements();
+      Store smaller = std::exchange( from.store_, Store() );
+      const bool ourElementsMove = store_.size() < smaller.size();
+      if ( ourElementsMove ) {
+         std::swap( store_, smaller );
+         eachIterator( []( Iterator & i ) { i.forgetPlace(); } );
+      }
+      smaller.forEach( [&]( Node & node ) {
+         const auto [place, inserted] = store_.insert(
+            node.fwkKey(), iterators_, [&node] { return Node( std::move( node ) ); } );
+         if ( ourElementsMove ) {
+            if ( !inserted ) { std::swap( *place, node ); }
+            movedTo( node, *place );
+         }
+      } );
+   }
+
+   Iterator iterator() const {
+      Iterator i( *this );
+      store_.first( i );
+      return i;
+   }
+   /// Starts at the first element that is not before `key`.
+   template< class K2 >
+   Iterator iteratorFrom( const K2 & key ) const {
+      Iterator i( *this );
+      store_.notBefore( i, key );
+      return i;
+   }
+   CheckedIterator checkedIterator() const {
+      CheckedIterator i( *this );
+      store_.first( i.cursor_ );
+      return i;
+   }
+   template< class K2 >
+   CheckedIterator checkedIteratorFrom( const K2 & key ) const {
+      CheckedIterator i( *this );
+      store_.notBefore( i.cursor_, key );
+      return i;
+   }
+   CheckedIterator begin() const { return checkedIterator(); }
+   std::default_sentinel_t end() const { return {}; }
+
+ private:
+   friend Iterator;
+   friend CheckedIterator;
+
+   static void changing() { Lumo::Impl::checkEventLoopThread(); }
+
+   template< class F >
+   void eachIterator( F f ) const {
+      for ( Cursor< Node > * c = iterators_; c; ) {
+         Cursor< Node > * const next = c->nextRegistered;
+         f( static_cast< Iterator & >( *c ) );
+         c = next;
+      }
+   }
+
+   /// The new home of `other`'s elements is here; its iterators stay there with a copy.
+   void takeContents( KeyedCollection & other ) {
+      changing();
+      if ( other.empty() ) { return; }
+      other.leaveElements();
+      store_ = std::exchange( other.store_, Store() );
+      ++version_;
+      ++other.version_;
+   }
+
+   void deleteRange( const std::optional< Key > & from, const std::optional< Key > & to ) {
+      changing();
+      const auto gone = store_.extract( from, to, iterators_ );
+      if ( gone.empty() ) { return; }
+      ++version_;
+      parkIteratorsOfLostElements();
+   }
+
+   /// Gives `lost` to the iterators that stand on it. It is moved from.
+   void park( Node & lost ) const {
+      Iterator * first = nullptr;
+      eachIterator( [&]( Iterator & i ) {
+         if ( i.node != &lost ) { return; }
+         if ( first ) {
+            i.shareBlock( *first );
+         } else {
+            first = &i;
+            i.emptyBlock().node.emplace( std::move( lost ) );
+            i.standOnBlock();
+         }
+      } );
+   }
+
+   void parkIteratorsOfLostElements() const {
+      eachIterator( [&]( Iterator & i ) {
+         if ( !i || i.isParked() ) { return; }
+         i.forgetPlace();
+         if ( store_.find( i.key() ) != i.node ) { park( const_cast< Node & >( *i.node ) ); }
+      } );
+   }
+
+   /// Before elements (all, or one) leave for another owner: iterators on them keep a copy.
+   void leaveElements( const Node * only = nullptr ) const {
+      eachIterator( [only]( Iterator & i ) {
+         if ( !only ) { i.forgetPlace(); }
+         if ( !i || i.isParked() || ( only && i.node != only ) ) { return; }
+         auto & block = i.emptyBlock();
+         if constexpr ( std::is_copy_constructible_v< Node > ) {
+            block.node.emplace( *i.node );
+         } else {
+            block.key.emplace( i.key() );
+         }
+         i.standOnBlock();
+      } );
+   }
+
+   void movedTo( const Node & from, const Node & to ) const {
+      eachIterator( [&]( Iterator & i ) {
+         if ( i.node == &from ) { i.node = &to; }
+      } );
+   }
+
+   Store store_;
+   std::uint64_t version_ = 0;
+   mutable Cursor< Node > * iterators_ = nullptr;
+};
+
+} // namespace Quon::detail
