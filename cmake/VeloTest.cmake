@@ -15,6 +15,8 @@ function( velo_add_test NAME )
    add_executable( ${NAME} ${ARG_SOURCES} )
    target_link_libraries( ${NAME} PRIVATE ${ARG_LIBS} velo::platform GTest::gmock_main )
    add_test( NAME ${NAME} COMMAND ${NAME} --gtest_brief=1 )
+   # A program without tests has proved nothing.
+   set_tests_properties( ${NAME} PROPERTIES FAIL_REGULAR_EXPRESSION "] 0 tests from 0 test suites" )
    velo_configure_test( ${NAME} LABELS ${ARG_LABELS} TIMEOUT ${ARG_TIMEOUT} )
 endfunction()
 
