@@ -20,8 +20,7 @@ class VELO_PLATFORM_EXPORT Node {
       hasNotificationActive = 2, ///< Its subscriptions are wanted.
       initialized = 4,           ///< For state machines: its initialisation step has run.
       inReactor = 8,             ///< For state machines: a reaction is in progress.
-      zombieReactors = 16,       ///< For state machines: no reaction runs.
-      adopted = 32,              ///< Somebody owns the first reference.
+      adopted = 16,              ///< Somebody owns the first reference.
    };
 
    Node( const Node & ) = delete;

@@ -3,5 +3,6 @@
 namespace Quon {
 
 Entity::~Entity() = default;
+PublishingEntity::~PublishingEntity() = default;
 
 } // namespace Quon

@@ -6,6 +6,7 @@
 #include "Lumo/Export.h"
 #include "Lumo/Node.h"
 #include "Lumo/Ptr.h"
+#include "Lumo/Publisher.h"
 
 namespace Quon {
 
@@ -20,6 +21,16 @@ class VELO_PLATFORM_EXPORT Entity : public Lumo::Node {
  public:
    ~Entity() override;
    virtual const TypeData & typeData() const = 0;
+};
+
+/// An entity that publishes the changes of its attributes.
+class VELO_PLATFORM_EXPORT PublishingEntity : public Entity {
+ public:
+   ~PublishingEntity() override;
+   Lumo::Publisher * publisher() const override { return &publisher_; }
+
+ private:
+   mutable Lumo::Publisher publisher_;
 };
 
 /// Checked downcast: the entity as a `T`, or null when it is null or of another type.
