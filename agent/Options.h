@@ -1,0 +1,46 @@
+/// The command line, checked where it enters.
+///
+/// A bad option ends in an OptionsError whose text, one line, says what was wrong and what would be
+/// right. Options that belong to the source not chosen are refused, not ignored.
+
+#pragma once
+
+#include "agent/SyntheticChanges.h"
+#include "agent/nftables/NftTable.h"
+
+#include <chrono>
+#include <cstdint>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace VeloAgent {
+
+enum class SourceKind { synthetic, nftables };
+enum class OutputFormat { json, text };
+
+struct Options {
+   SourceKind source = SourceKind::synthetic;
+   SyntheticOptions synthetic;
+   NftTableName table;
+   std::chrono::milliseconds interval{ 1000 };
+   OutputFormat format = OutputFormat::json;
+   /// End by itself after this time, or after this many records.
+   std::optional< std::chrono::milliseconds > duration;
+   std::optional< std::uint64_t > maxRecords;
+
+   /// Set when the command line asks a question (--help, --version): print this and do nothing
+   /// else.
+   std::optional< std::string > answer;
+};
+
+class OptionsError : public std::runtime_error {
+ public:
+   using std::runtime_error::runtime_error;
+};
+
+/// `arguments` without the program's name. Throws OptionsError.
+Options optionsFrom( const std::vector< std::string > & arguments );
+
+} // namespace VeloAgent

@@ -1,0 +1,171 @@
+#include "agent/Options.h"
+
+#include <gmock/gmock.h>
+
+namespace VeloAgent {
+namespace {
+
+using namespace std::chrono_literals;
+using testing::HasSubstr;
+using testing::Not;
+using testing::StartsWith;
+
+using Arguments = std::vector< std::string >;
+
+std::string complaintAbout( const Arguments & arguments ) {
+   try {
+      optionsFrom( arguments );
+   } catch ( const OptionsError & error ) { return error.what(); }
+   return "none";
+}
+
+TEST( Options, WithoutAnyTheSyntheticSourceStreamsJson ) {
+   const Options options = optionsFrom( {} );
+   EXPECT_EQ( options.source, SourceKind::synthetic );
+   EXPECT_EQ( options.format, OutputFormat::json );
+   EXPECT_EQ( options.synthetic.policies, 10U );
+   EXPECT_EQ( options.synthetic.classes, 10U );
+   EXPECT_EQ( options.synthetic.changesPerSecond, 100U );
+   EXPECT_EQ( options.synthetic.churnPercent, 5U );
+   EXPECT_EQ( options.synthetic.seed, 1U );
+   EXPECT_FALSE( options.duration );
+   EXPECT_FALSE( options.maxRecords );
+   EXPECT_FALSE( options.answer );
+}
+
+TEST( Options, TheSyntheticSourceTakesItsNumbers ) {
+   const Options options =
+      optionsFrom( { "--source", "synthetic", "--policies", "3", "--classes=4", "--rate", "0",
+                     "--churn", "100", "--seed", "18446744073709551615" } );
+   EXPECT_EQ( options.synthetic.policies, 3U );
+   EXPECT_EQ( options.synthetic.classes, 4U );
+   EXPECT_EQ( options.synthetic.changesPerSecond, 0U );
+   EXPECT_EQ( options.synthetic.churnPercent, 100U );
+   EXPECT_EQ( options.synthetic.seed, UINT64_MAX );
+}
+
+TEST( Options, TheNftablesSourceTakesItsTable ) {
+   const Options options =
+      optionsFrom( { "--source", "nftables", "--table", "inet/pbr", "--interval", "250" } );
+   EXPECT_EQ( options.source, SourceKind::nftables );
+   EXPECT_EQ( options.table.family, "inet" );
+   EXPECT_EQ( options.table.name, "pbr" );
+   EXPECT_EQ( options.interval, 250ms );
+   EXPECT_EQ( optionsFrom( { "--source", "nftables", "--table", "ip/a" } ).interval, 1000ms );
+}
+
+TEST( Options, ATableNameMayHoldSlashesAndSpaces ) {
+   EXPECT_EQ( optionsFrom( { "--source", "nftables", "--table", "ip/a/b; c" } ).table.name,
+              "a/b; c" );
+}
+
+TEST( Options, EveryFamilyIsKnown ) {
+   for ( const std::string family : { "ip", "ip6", "inet", "arp", "bridge", "netdev" } ) {
+      EXPECT_EQ( optionsFrom( { "--source", "nftables", "--table", family + "/t" } ).table.family,
+                 family );
+   }
+}
+
+TEST( Options, ARunCanBeBoundedAndItsFormatChosen ) {
+   const Options options =
+      optionsFrom( { "--format", "text", "--duration", "1500", "--max-records", "10" } );
+   EXPECT_EQ( options.format, OutputFormat::text );
+   EXPECT_EQ( options.duration, 1500ms );
+   EXPECT_EQ( options.maxRecords, 10U );
+}
+
+TEST( Options, HelpAndVersionAreAnswers ) {
+   const std::string help = optionsFrom( { "--help" } ).answer.value();
+   for ( const char * option :
+         { "--source synthetic|nftables", "--policies N", "--classes N", "--rate N",
+           "--churn PERCENT", "--seed N", "--table FAMILY/NAME", "--interval MS",
+           "--format json|text", "--duration MS", "--max-records N", "--version" } ) {
+      EXPECT_THAT( help, HasSubstr( option ) );
+   }
+   EXPECT_THAT( optionsFrom( { "--version" } ).answer.value(), StartsWith( "velo-agent " ) );
+}
+
+TEST( Options, AWrongWordIsAnsweredWithTheRightOnes ) {
+   EXPECT_EQ( complaintAbout( { "--source", "kernel" } ),
+              "--source: \"kernel\" is not one of synthetic, nftables" );
+   EXPECT_EQ( complaintAbout( { "--format", "xml" } ),
+              "--format: \"xml\" is not one of json, text" );
+}
+
+TEST( Options, AWrongNumberIsAnsweredWithItsRange ) {
+   EXPECT_EQ( complaintAbout( { "--policies", "0" } ),
+              "--policies: \"0\" is not a number from 1 to 10000000" );
+   EXPECT_EQ( complaintAbout( { "--classes", "many" } ),
+              "--classes: \"many\" is not a number from 1 to 10000000" );
+   EXPECT_EQ( complaintAbout( { "--rate", "1.5" } ),
+              "--rate: \"1.5\" is not a number from 0 to 10000000" );
+   EXPECT_EQ( complaintAbout( { "--churn", "101" } ),
+              "--churn: \"101\" is not a number from 0 to 100" );
+   EXPECT_EQ( complaintAbout( { "--seed", "18446744073709551616" } ),
+              "--seed: \"18446744073709551616\" is not a number from 0 to 18446744073709551615" );
+   EXPECT_EQ( complaintAbout( { "--seed=-1" } ),
+              "--seed: \"-1\" is not a number from 0 to 18446744073709551615" );
+   EXPECT_EQ( complaintAbout( { "--max-records", "0" } ),
+              "--max-records: \"0\" is not a number from 1 to 18446744073709551615" );
+   EXPECT_EQ( complaintAbout( { "--duration", "" } ),
+              "--duration: \"\" is not a number from 1 to 31536000000" );
+   EXPECT_EQ( complaintAbout( { "--source", "nftables", "--table", "ip/t", "--interval", "1s" } ),
+              "--interval: \"1s\" is not a number from 1 to 31536000000" );
+}
+
+TEST( Options, TooManyClassesInAllAreRefused ) {
+   EXPECT_EQ( complaintAbout( { "--policies", "10000", "--classes", "1001" } ),
+              "--policies times --classes is 10010000: at most 10000000 classes in all" );
+}
+
+TEST( Options, ATableThatIsNoneIsAnsweredWithAnExample ) {
+   for ( const std::string wrong : { "inet", "inet/", "" } ) {
+      EXPECT_EQ( complaintAbout( { "--source", "nftables", "--table", wrong } ),
+                 "--table: \"" + wrong + "\" is not FAMILY/NAME, for example inet/filter" );
+   }
+}
+
+TEST( Options, AnUnknownFamilyIsAnsweredWithTheKnownOnes ) {
+   EXPECT_EQ( complaintAbout( { "--source", "nftables", "--table", "ipx/t" } ),
+              "--table: unknown family \"ipx\": "
+              "FAMILY is one of ip, ip6, inet, arp, bridge, netdev" );
+}
+
+TEST( Options, TheNftablesSourceNeedsATable ) {
+   EXPECT_EQ( complaintAbout( { "--source", "nftables" } ),
+              "--source nftables needs --table FAMILY/NAME, for example inet/filter" );
+}
+
+TEST( Options, AnOptionOfTheOtherSourceIsRefused ) {
+   EXPECT_EQ( complaintAbout( { "--table", "inet/t" } ),
+              "--table is of use only with --source nftables" );
+   EXPECT_EQ( complaintAbout( { "--source", "nftables", "--table", "inet/t", "--seed", "1" } ),
+              "--seed is of use only with --source synthetic" );
+}
+
+TEST( Options, WhatIsUnknownIsNamed ) {
+   EXPECT_EQ( complaintAbout( { "--colour" } ),
+              "unknown argument \"--colour\": velo-agent --help lists what there is" );
+   EXPECT_EQ( complaintAbout( { "extra" } ),
+              "unknown argument \"extra\": velo-agent --help lists what there is" );
+}
+
+TEST( Options, AMissingOrRepeatedValueIsNamed ) {
+   EXPECT_EQ( complaintAbout( { "--rate" } ),
+              "--rate: 1 required N missing; an option takes one value and is given once" );
+   EXPECT_EQ(
+      complaintAbout( { "--rate", "1", "--rate", "2" } ),
+      "--rate: At Most 1 required but received 2; an option takes one value and is given once" );
+}
+
+TEST( Options, EveryComplaintIsOneLine ) {
+   for ( const Arguments & wrong :
+         { Arguments{ "--rate" }, Arguments{ "--rate", "1", "--rate", "2" }, Arguments{ "a", "b" },
+           Arguments{ "--source" } } ) {
+      EXPECT_THAT( complaintAbout( wrong ), Not( HasSubstr( "\n" ) ) );
+      EXPECT_NE( complaintAbout( wrong ), "none" );
+   }
+}
+
+} // namespace
+} // namespace VeloAgent
