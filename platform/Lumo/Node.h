@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstddef>
+
 #include "Lumo/Export.h"
 #include "Lumo/RefCount.h"
 
@@ -9,10 +11,12 @@ class Publisher;
 
 /// Base of every entity and state machine: a reference count and eight flags in one word.
 ///
-/// Owner      the `Ptr`s to it; a new node has one reference, which `makeNode` adopts
+/// Owner      the `Ptr`s to it; a new node has one reference, which `makeNode` adopts. A node on
+///            the stack or inside another object keeps that reference itself, for its whole life
 /// Thread     references: any; everything else: event loop
-/// Invariant  the zombie flag is set from the moment the last reference goes; a subscriber that
-///            is a zombie is not called any more
+/// Invariant  the zombie flag is set from the moment the last reference goes, before
+///            `lastUserGone`; a subscriber that is a zombie is not called any more. No reference
+///            is taken during destruction, and none is left after it (checked in debug builds)
 class VELO_PLATFORM_EXPORT Node {
  public:
    enum class Flag : unsigned char {
@@ -20,14 +24,19 @@ class VELO_PLATFORM_EXPORT Node {
       hasNotificationActive = 2, ///< Its subscriptions are wanted.
       initialized = 4,           ///< For state machines: its initialisation step has run.
       inReactor = 8,             ///< For state machines: a reaction is in progress.
-      adopted = 16,              ///< Somebody owns the first reference.
+      adopted = 16,              ///< The first reference belongs to a `Ptr`; set by `Ptr::adopt`.
    };
+
+   /// `Ptr( new T )` would hold two references and leak: use `makeNode`. (A factory with a private
+   /// constructor writes `Ptr< T >::adopt( ::new T )`.)
+   static void * operator new( std::size_t ) = delete;
 
    Node( const Node & ) = delete;
    Node & operator=( const Node & ) = delete;
    virtual ~Node();
 
-   /// Called once, when the last reference has gone. Destroys the node.
+   /// Called once, when the last reference has gone, on the thread that dropped it. Destroys the
+   /// node.
    virtual void lastUserGone();
 
    /// Where changes of this node are published; null for a node that publishes none.
@@ -42,7 +51,7 @@ class VELO_PLATFORM_EXPORT Node {
    /// How many references there are now; for tests and debugging.
    Impl::RefCount::Word references() const { return refs_.count(); }
 
-   /// The first reference has found its owner; a node that dies without one is a bug.
+   // What `Ptr` calls; nobody else should.
    void referenceAdopted() const {
       refs_.flagIs( static_cast< unsigned char >( Flag::adopted ), true );
    }

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <compare>
 #include <cstddef>
 #include <functional>
 #include <type_traits>
@@ -11,6 +10,10 @@
 namespace Lumo {
 
 /// Intrusive owning pointer to a node. Null is allowed. A copy takes a reference, a move does not.
+///
+/// Thread     one `Ptr` by one thread at a time; the node that several point to is shared freely
+/// Re-entry   dropping the last reference destroys the node, whose destructor may do anything, also
+///            look at the `Ptr` that was assigned to: it holds its new value already
 template< class T >
 class Ptr {
  public:
@@ -36,7 +39,6 @@ class Ptr {
 
    ~Ptr() { drop( node_ ); }
 
-   /// The old node goes last: its destructor may look at this pointer again.
    Ptr & operator=( Ptr other ) noexcept {
       T * old = std::exchange( node_, other.release() );
       drop( old );
@@ -79,7 +81,7 @@ class Ptr {
 /// Makes a node and adopts its first reference.
 template< class T, class... Args >
 Ptr< T > makeNode( Args &&... args ) {
-   return Ptr< T >::adopt( new T( std::forward< Args >( args )... ) );
+   return Ptr< T >::adopt( ::new T( std::forward< Args >( args )... ) );
 }
 
 /// The same node as a `T`, or null when it is of another type.

@@ -14,6 +14,9 @@ namespace Lumo::Impl {
 /// While the process has a single thread the arithmetic is plain; afterwards it is atomic. The C
 /// library tells which (`__libc_single_threaded`, which turns false before a second thread runs).
 /// Flag writes share the word and follow the same rule.
+///
+/// Invariant  counting never touches the flags, and a flag write never the count; a count that
+///            reached zero stays there (checked in debug builds)
 class RefCount {
  public:
    using Word = std::uint64_t;
@@ -24,16 +27,15 @@ class RefCount {
    RefCount() : word_( kOne ) {}
 
    void increment() {
-      const Word before = add( kOne );
-#if defined( VELO_DEBUG_CHECKS ) && VELO_DEBUG_CHECKS
-      LUMO_ASSERT( before >> kFlagBits && "no reference may be taken during destruction" );
-#else
-      static_cast< void >( before );
-#endif
+      LUMO_DEBUG_ASSERT( count() != 0 && "no reference may be taken during destruction" );
+      add( kOne );
    }
 
    /// True when this was the last reference.
-   bool decrement() { return ( add( ~kOne + 1 ) >> kFlagBits ) == 1; }
+   bool decrement() {
+      LUMO_DEBUG_ASSERT( count() != 0 && "a reference is dropped once" );
+      return add( ~kOne + 1 ) >> kFlagBits == 1;
+   }
 
    Word count() const { return word_.load( std::memory_order_relaxed ) >> kFlagBits; }
 
