@@ -4,14 +4,15 @@ namespace Lumo {
 namespace {
 
 /// The changes being told now, innermost first. Event loop only, like all dispatching.
-const Notification * innermost = nullptr;
+Notification * innermost = nullptr;
 
 } // namespace
 
 /// One dispatch in progress: its cursor and end markers in the publisher's ring.
 class Dispatch {
  public:
-   explicit Dispatch( Publisher & publisher, const Notification & notification )
+   // Out of line: inlined, g++ 12 takes the two links for pointers left dangling.
+   [[gnu::noinline]] Dispatch( Publisher & publisher, Notification & notification )
       : cursor_( nullptr ), end_( nullptr ), outer_( notification.outer ) {
       end_.linkBefore( publisher );
       cursor_.linkBefore( *publisher.next() );
@@ -35,11 +36,17 @@ class Dispatch {
  private:
    Subscriber cursor_;
    Subscriber end_;
-   const Notification * outer_;
+   Notification * outer_;
 };
 
 Publisher::~Publisher() {
+   // Nobody subscribed, so no dispatch in progress either: any thread may drop such a node.
+   if ( next() == this ) { return; }
+   Impl::checkEventLoopThread();
    while ( next() != this ) { next()->unlink(); }
+   for ( Notification * at = innermost; at; at = at->outer ) {
+      if ( at->publisher == this ) { at->publisher = nullptr; }
+   }
 }
 
 void Publisher::subscriberAdd( Subscriber & slot ) {
@@ -57,7 +64,7 @@ bool Publisher::hasSubscribers() const {
 
 void Publisher::dispatch( short attributeId, const void * key, const void * oldValue,
                           const void * newValue ) {
-   const Notification notification{ this, attributeId, key, oldValue, newValue, innermost };
+   Notification notification{ this, attributeId, key, oldValue, newValue, innermost };
    Dispatch inProgress( *this, notification );
    while ( Subscriber * slot = inProgress.next() ) {
       slot->dispatch_( this, slot, attributeId, key, newValue );

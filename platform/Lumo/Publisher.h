@@ -32,7 +32,10 @@ using DispatchFunction = void ( * )( Publisher * publisher, Subscriber * subscri
                                      short attributeId, const void * key, const void * value );
 
 /// A slot with its dispatch function. The function finds its object from the slot; it must ignore
-/// attribute ids that it does not know.
+/// attribute ids that it does not know and, unlike that of a `MemberSubscriber`, test by itself
+/// whether its object is being torn down.
+///
+/// Owner      the subscribing object; a slot that is destroyed unsubscribes itself
 class Subscriber : public Link {
  public:
    explicit Subscriber( DispatchFunction dispatch ) : dispatch_( dispatch ) {}
@@ -67,12 +70,12 @@ class MemberSubscriber : public Subscriber {
 
 /// One change while it is being told: what `getNotifyValues` reads.
 struct Notification {
-   const Publisher * publisher;
+   const Publisher * publisher; ///< Null when it was destroyed meanwhile.
    short attributeId;
    const void * key;
    const void * oldValue; ///< Null: the element was added.
    const void * newValue; ///< Null: the element was removed.
-   const Notification * outer;
+   Notification * outer;  ///< The change during whose dispatch this one is told.
 };
 
 /// The publishing half. Part of the object whose changes it tells, or on its own.
@@ -87,9 +90,13 @@ class VELO_PLATFORM_EXPORT Publisher : private Link {
    /// Subscribes `slot`, which must be free. It learns of changes from the next one on. O(1).
    void subscriberAdd( Subscriber & slot );
 
-   /// Unsubscribes `slot`; harmless when it is not subscribed. O(1).
-   void subscriberRemove( Subscriber & slot ) { slot.unlink(); }
+   /// Unsubscribes `slot`, which must be free or one of this publisher's. O(1).
+   void subscriberRemove( Subscriber & slot ) {
+      Impl::checkEventLoopThread();
+      slot.unlink();
+   }
 
+   /// Whether a change now would be told to anybody.
    bool hasSubscribers() const;
 
    /// Tells every subscriber that `attributeId` (of a collection: its element `key`) changed. The
