@@ -61,6 +61,12 @@ class KeyedCollection {
    /// Different after every insertion, deletion and replaced value.
    std::uint64_t version() const { return version_; }
 
+   /// Whether `a` comes before `b` in this collection's order. Neither need be present.
+   template< class A, class B >
+   static bool isBefore( const A & a, const B & b ) {
+      return Store::isBefore( a, b );
+   }
+
    /// The element under `key` or null. `key` may be any probe that hashes and compares like one.
    template< class K2 >
    NodePtr lookup( const K2 & key ) const {

@@ -26,19 +26,11 @@ class KeyedIterator : private Cursor< typename Collection::Node > {
    using Node = typename Collection::Node;
    using Key = typename Collection::Key;
 
-   KeyedIterator( const KeyedIterator & other )
-      : Place( other ), hashMap_( other.hashMap_ ), parked_( other.parked_ ) {
-      if ( parked_ ) { ++parked_->users; }
-      enlist();
-   }
+   KeyedIterator( const KeyedIterator & other ) { copy( other ); }
    KeyedIterator & operator=( const KeyedIterator & other ) {
       if ( this != &other ) {
          leave();
-         hashMap_ = other.hashMap_;
-         Place::operator=( other );
-         parked_ = other.parked_;
-         if ( parked_ ) { ++parked_->users; }
-         enlist();
+         copy( other );
       }
       return *this;
    }
@@ -124,6 +116,15 @@ class KeyedIterator : private Cursor< typename Collection::Node > {
       if ( block && --block->users == 0 ) { delete block; }
    }
 
+   void copy( const KeyedIterator & other ) {
+      Place::operator=( other );
+      hashMap_ = other.hashMap_;
+      if ( other.isParked() ) { // a spare block is not for sharing
+         parked_ = other.parked_;
+         ++parked_->users;
+      }
+      enlist();
+   }
    void enlist() {
       if ( hashMap_ ) {
          this->nextRegistered = hashMap_->iterators_;
@@ -140,7 +141,7 @@ class KeyedIterator : private Cursor< typename Collection::Node > {
       this->node = nullptr;
       dropBlock();
    }
-   const Collection * hashMap_;
+   const Collection * hashMap_ = nullptr;
    Parked * parked_ = nullptr;
 };
 
