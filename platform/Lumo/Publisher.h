@@ -125,4 +125,15 @@ class VELO_PLATFORM_EXPORT Publisher : private Link {
    friend class Dispatch;
 };
 
+/// Subscribes `slot` to `publisher`, or unsubscribes it, unless it is in that state already or there
+/// is nothing to listen to.
+inline void subscriptionIs( Publisher * publisher, Subscriber & slot, bool wanted ) {
+   if ( !publisher || slot.subscribed() == wanted ) { return; }
+   if ( wanted ) {
+      publisher->subscriberAdd( slot );
+   } else {
+      publisher->subscriberRemove( slot );
+   }
+}
+
 } // namespace Lumo
