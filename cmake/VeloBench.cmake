@@ -1,12 +1,18 @@
 # velo_add_bench( NAME SOURCES a_bench.cpp ... [LIBS target ...] )
 #
 # A Google Benchmark program. `scripts/bench` builds the target `velo_bench`, which is all of them,
-# and runs everything it finds in bin/bench.
+# and runs everything it finds in bin/bench. Where benchmarks are not wanted the declaration does
+# nothing.
 
-find_package( benchmark REQUIRED )
-add_custom_target( velo_bench )
+if( VELO_BUILD_BENCH )
+   find_package( benchmark REQUIRED )
+   add_custom_target( velo_bench )
+endif()
 
 function( velo_add_bench NAME )
+   if( NOT VELO_BUILD_BENCH )
+      return()
+   endif()
    cmake_parse_arguments( PARSE_ARGV 1 ARG "" "" "SOURCES;LIBS" )
    if( NOT ARG_SOURCES OR ARG_UNPARSED_ARGUMENTS )
       message( FATAL_ERROR "velo_add_bench( ${NAME} ): SOURCES missing, or not understood: "

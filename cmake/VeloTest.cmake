@@ -1,12 +1,19 @@
 # velo_add_test( NAME SOURCES a_test.cpp ... [LIBS target ...] [LABELS label ...] [TIMEOUT seconds] )
 #
 # A GoogleTest program that links the platform, and one ctest entry that runs all of it: one start
-# of the program per suite is far cheaper under the sanitizers than one per test case.
+# of the program per suite is far cheaper under the sanitizers than one per test case. Where tests
+# are not wanted the declaration does nothing.
 
-find_package( GTest REQUIRED )
-include( VeloRapidCheck )
+if( VELO_BUILD_TESTS )
+   enable_testing()
+   find_package( GTest REQUIRED )
+   include( VeloRapidCheck )
+endif()
 
 function( velo_add_test NAME )
+   if( NOT VELO_BUILD_TESTS )
+      return()
+   endif()
    cmake_parse_arguments( PARSE_ARGV 1 ARG "" "TIMEOUT" "SOURCES;LIBS;LABELS" )
    if( NOT ARG_SOURCES OR ARG_UNPARSED_ARGUMENTS )
       message( FATAL_ERROR "velo_add_test( ${NAME} ): SOURCES missing, or not understood: "
