@@ -102,7 +102,7 @@ Ptr< TraceHandle > Platform::getDebugHandler( std::string_view name, bool obeyEn
    return TraceRegistry::instance().handle( name, obeyEnvironment );
 }
 
-void Impl::traceEmit( const TraceHandle & handle, int level, std::source_location where,
+void Impl::traceEmit( const TraceHandle & handle, int level, TraceLocation where,
                       std::string_view text ) {
    const TraceRecord record{ handle.name(), level, where, text };
    if ( TraceSink * sink = installedSink.load() ) {

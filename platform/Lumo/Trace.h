@@ -52,11 +52,29 @@ constexpr std::uint32_t traceLevels( int first, int last = -1 ) {
    return mask;
 }
 
+/// Where a message was traced.
+class TraceLocation {
+ public:
+   TraceLocation( const char * file, unsigned line, const char * function )
+      : file_( file ), line_( line ), function_( function ) {}
+   TraceLocation( std::source_location where )
+      : TraceLocation( where.file_name(), where.line(), where.function_name() ) {}
+
+   const char * file_name() const { return file_; }
+   unsigned line() const { return line_; }
+   const char * function_name() const { return function_; }
+
+ private:
+   const char * file_;
+   unsigned line_;
+   const char * function_;
+};
+
 /// One emitted message. The views live until the sink returns.
 struct TraceRecord {
    std::string_view handle;
    int level;
-   std::source_location where;
+   TraceLocation where;
    std::string_view text;
 };
 
@@ -82,8 +100,8 @@ VELO_PLATFORM_EXPORT Ptr< TraceHandle > getDebugHandler( std::string_view name,
 
 namespace Impl {
 
-VELO_PLATFORM_EXPORT void traceEmit( const TraceHandle & handle, int level,
-                                     std::source_location where, std::string_view text );
+VELO_PLATFORM_EXPORT void traceEmit( const TraceHandle & handle, int level, TraceLocation where,
+                                     std::string_view text );
 
 } // namespace Impl
 
