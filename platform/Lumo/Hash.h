@@ -21,7 +21,8 @@ inline std::uint64_t foldedMultiply( std::uint64_t a, std::uint64_t b ) {
    return static_cast< std::uint64_t >( product ) ^ static_cast< std::uint64_t >( product >> 64 );
 }
 
-/// 64-bit hash of `size` bytes. O(size), no alignment needed.
+/// 64-bit hash of `size` bytes; `bytes` may be null when there are none. O(size), no alignment
+/// needed.
 inline std::uint64_t hashBytes( const void * bytes, std::size_t size, std::uint64_t seed ) {
    constexpr std::uint64_t k0 = 0x9e3779b97f4a7c15, k1 = 0xd6e8feb86659fd93;
    const auto * at = static_cast< const unsigned char * >( bytes );
@@ -32,7 +33,7 @@ inline std::uint64_t hashBytes( const void * bytes, std::size_t size, std::uint6
       state = foldedMultiply( state ^ word, k0 );
    }
    std::uint64_t word = 0;
-   std::memcpy( &word, at, size );
+   if ( size != 0 ) { std::memcpy( &word, at, size ); }
    return foldedMultiply( state ^ word ^ k1, k0 ^ state );
 }
 

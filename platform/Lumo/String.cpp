@@ -6,9 +6,12 @@
 
 namespace Lumo {
 
-const std::uint64_t String::processSeed_ = processHashSeed();
+constinit std::uint64_t String::processSeed_ = 0;
+
+void String::takeProcessSeed() { processSeed_ = processHashSeed(); }
 
 String::String( std::string_view text ) : word_( kShortTag ) {
+   if ( text.empty() ) { return; }
    if ( text.size() <= kShortSize ) {
       word_ |= text.size() << 1;
       std::memcpy( reinterpret_cast< char * >( &word_ ) + 1, text.data(), text.size() );

@@ -2,18 +2,30 @@
 
 #include <bit>
 #include <compare>
+#include <concepts>
 #include <cstdint>
 #include <iosfwd>
+#include <string>
 #include <string_view>
 #include <utility>
 
-#include <fmt/ostream.h>
+#include <fmt/format.h>
 
 #include "Lumo/Export.h"
 #include "Lumo/Hash.h"
 #include "Lumo/RefCount.h"
 
 namespace Lumo {
+
+class String;
+
+namespace Impl {
+
+template< class T >
+concept OtherText =
+   std::convertible_to< const T &, std::string_view > && !std::same_as< T, String >;
+
+} // namespace Impl
 
 /// An immutable string value in one word. Any bytes; not terminated.
 ///
@@ -31,6 +43,7 @@ class VELO_PLATFORM_EXPORT String {
    static constexpr std::size_t kShortSize = 7;
 
    String() : word_( kShortTag ) {}
+   /// Copies the bytes of `text`, which may be a null view.
    String( std::string_view text );
    String( const char * text ) : String( std::string_view( text ) ) {}
    String( const std::string & text ) : String( std::string_view( text ) ) {}
@@ -64,12 +77,20 @@ class VELO_PLATFORM_EXPORT String {
    friend bool operator==( const String & a, const String & b ) {
       return a.word_ == b.word_ || ( !a.isShort() && !b.isShort() && a.equalsLong( b ) );
    }
-   friend bool operator==( const String & a, std::string_view b ) { return a.view() == b; }
-   friend bool operator==( const String & a, const char * b ) { return a.view() == b; }
 
    /// Byte-wise, bytes as unsigned numbers.
    friend std::strong_ordering operator<=>( const String & a, const String & b ) {
       return a.view().compare( b.view() ) <=> 0;
+   }
+
+   /// The same with any other kind of text, of which no `String` is made.
+   template< Impl::OtherText Text >
+   friend bool operator==( const String & a, const Text & b ) {
+      return a.view() == std::string_view( b );
+   }
+   template< Impl::OtherText Text >
+   friend std::strong_ordering operator<=>( const String & a, const Text & b ) {
+      return a.view().compare( std::string_view( b ) ) <=> 0;
    }
 
    friend VELO_PLATFORM_EXPORT String operator+( const String & a, const String & b );
@@ -79,7 +100,10 @@ class VELO_PLATFORM_EXPORT String {
    static_assert( std::endian::native == std::endian::little, "the short form needs byte 0 low" );
    static constexpr std::uint64_t kShortTag = 1;
    static constexpr std::uint64_t kHashFactor = 0xa0761d6478bd642f;
-   static const std::uint64_t processSeed_;
+
+   /// Set before ordinary static objects, some of which are strings, are constructed.
+   static std::uint64_t processSeed_;
+   [[gnu::constructor( 101 )]] static void takeProcessSeed();
 
    struct Block {
       explicit Block( std::size_t bytesToCome ) : size( bytesToCome ) {}
