@@ -12,9 +12,10 @@ namespace Quon::detail {
 
 template< class Node >
 struct Cursor {
-   const Node * node = nullptr; ///< The element stood on; null at the end.
-   void * leaf = nullptr;       ///< The store's leaf that holds it; null when to be found again.
-   int at = 0;                  ///< Position in the leaf's order.
+   const Node * node = nullptr;  ///< The element stood on; null at the end.
+   void * leaf = nullptr;        ///< The store's leaf that holds it; null when to be found again.
+   int at = 0;                   ///< Position in the leaf's order.
+   const char * ahead = nullptr; ///< Memory of the next leaf, to be asked for early. May dangle.
    Cursor * nextRegistered = nullptr;
 
    void forgetPlace() { leaf = nullptr; }

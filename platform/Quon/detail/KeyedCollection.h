@@ -281,8 +281,8 @@ class KeyedCollection {
 
    void parkIteratorsOfLostElements() const {
       eachIterator( [&]( Iterator & i ) {
-         if ( !i || i.isParked() ) { return; }
          i.forgetPlace();
+         if ( !i || i.isParked() ) { return; }
          if ( store_.find( i.key() ) != i.node ) { park( const_cast< Node & >( *i.node ) ); }
       } );
    }
@@ -297,6 +297,7 @@ class KeyedCollection {
             block.node.emplace( *i.node );
          } else {
             block.key.emplace( i.key() );
+            i.forgetPlace();
          }
          i.standOnBlock();
       } );
