@@ -1,0 +1,49 @@
+#include "agent/EventLoop.h"
+
+#include <asio/executor_work_guard.hpp>
+
+namespace VeloAgent {
+
+EventLoop::EventLoop( Lumo::Ptr< Oru::TaskScheduler > scheduler )
+   : scheduler_( std::move( scheduler ) ) {
+   scheduler_->wakeUpIs( [this] { wakeUp(); } );
+}
+
+EventLoop::~EventLoop() {
+   scheduler_->wakeUpIs( {} );
+   if ( stopDescriptor_.is_open() ) { stopDescriptor_.release(); }
+}
+
+void EventLoop::stopWhenReadable( int fd ) {
+   stopDescriptor_.assign( fd );
+   stopDescriptor_.async_wait( asio::posix::stream_descriptor::wait_read,
+                               locked( [this]( const std::error_code & error ) {
+                                  if ( !error ) { stop( 0 ); }
+                               } ) );
+}
+
+int EventLoop::run() {
+   const auto guard = asio::make_work_guard( context_ );
+   context_.run();
+   return exitCode_;
+}
+
+void EventLoop::stop( int exitCode ) {
+   if ( std::exchange( stopped_, true ) ) { return; }
+   exitCode_ = exitCode;
+   context_.stop();
+}
+
+void EventLoop::wakeUp() {
+   if ( std::exchange( turnPosted_, true ) ) { return; }
+   asio::post( context_, locked( [this] { turn(); } ) );
+}
+
+/// The next turn is posted after this one, so that it comes behind whatever this one has posted.
+void EventLoop::turn() {
+   scheduler_->runOne();
+   turnPosted_ = false;
+   if ( scheduler_->pending() > 0 ) { wakeUp(); }
+}
+
+} // namespace VeloAgent
