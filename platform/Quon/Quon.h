@@ -9,6 +9,7 @@
 #include "Quon/Exceptions.h"
 #include "Quon/Hash.h"
 #include "Quon/HashMap2018.h"
+#include "Quon/HashState.h"
 #include "Quon/KeyTraits.h"
 #include "Quon/NotifyValues.h"
 #include "Quon/Optional.h"
