@@ -7,7 +7,8 @@
 
 namespace Lumo {
 
-/// Records every message of a scope, so that tests can assert fixed texts.
+/// Records every message of a scope, so that tests can assert fixed texts. Scopes may be nested:
+/// the inner one hears. For tests in which one thread traces.
 ///
 ///    Lumo::CapturingTraceSink traces( "*", Lumo::traceLevels( 0, 9 ) );
 ///    ...
@@ -21,16 +22,17 @@ class CapturingTraceSink final : public TraceSink {
       std::string text;
    };
 
-   /// Enables `levels` of the handle called `name` (or "*") for the life of this object.
+   /// Enables `levels` of the handle called `name` (or "*") for the life of this object, then puts
+   /// all levels back.
    explicit CapturingTraceSink( std::string_view name = "*",
                                 std::uint32_t levels = traceLevels( 0, 9 ) )
-      : before_( traceSinkIs( this ) ), name_( name ) {
-      traceLevelsIs( name_, levels );
+      : before_( traceSinkIs( this ) ) {
+      traceLevelsIs( name, levels );
    }
-   ~CapturingTraceSink() override {
-      traceLevelsIs( name_, 0 );
-      traceSinkIs( before_ );
-   }
+   ~CapturingTraceSink() override { traceSinkIs( before_ ); }
+
+   CapturingTraceSink( const CapturingTraceSink & ) = delete;
+   CapturingTraceSink & operator=( const CapturingTraceSink & ) = delete;
 
    void emit( const TraceRecord & record ) override {
       messages.push_back( { std::string( record.handle ), record.level,
@@ -47,8 +49,8 @@ class CapturingTraceSink final : public TraceSink {
    std::vector< Message > messages;
 
  private:
+   const TraceLevelsScope levelsBefore_;
    TraceSink * before_;
-   std::string name_;
 };
 
 } // namespace Lumo

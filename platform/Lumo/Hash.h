@@ -9,7 +9,8 @@
 namespace Lumo {
 
 /// The seed that this process mixes into every hash: random, or the number in the environment
-/// variable VELO_HASH_SEED, which makes every iteration order repeatable. Never changes.
+/// variable VELO_HASH_SEED (decimal or 0x...), which makes every iteration order repeatable. Never
+/// changes. Any thread.
 VELO_PLATFORM_EXPORT std::uint64_t processHashSeed();
 
 namespace Impl {

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <memory>
 #include <source_location>
 #include <string>
 #include <string_view>
@@ -9,6 +10,7 @@
 
 #include <fmt/format.h>
 
+#include "Lumo/Assert.h"
 #include "Lumo/Export.h"
 #include "Lumo/Node.h"
 #include "Lumo/Ptr.h"
@@ -20,16 +22,24 @@
 /// `traceLevelsIs` or, before a handle is first used, by the environment:
 ///
 ///    VELO_TRACE="PbrCountersBacklog/7-8,Ivx/9,*/6"
+///
+/// Items of one name add up; `*` is for the names that have no item of their own. An item that
+/// cannot be read is told on standard error and ignored.
+///
+/// Thread     handles and levels: any; the sink is installed while nobody else traces
 
 namespace Lumo {
 
-/// A named switch board of trace levels. Two handles of one name share it.
+constexpr int kLastTraceLevel = 31;
+
+/// A named switch board of trace levels. Everybody who asks `getDebugHandler` for a name shares it.
 class VELO_PLATFORM_EXPORT TraceHandle final : public Node {
  public:
    explicit TraceHandle( std::string_view name ) : name_( name ) {}
 
    const std::string & name() const { return name_; }
    bool enabled( int level ) const {
+      LUMO_DEBUG_ASSERT( 0 <= level && level <= kLastTraceLevel );
       return ( levels_.load( std::memory_order_relaxed ) >> level ) & 1;
    }
 
@@ -42,15 +52,29 @@ class VELO_PLATFORM_EXPORT TraceHandle final : public Node {
    std::atomic< std::uint32_t > levels_{ 0 };
 };
 
-/// Sets the level mask of the handle called `name`, existing or still to come; "*" means all.
+/// Sets the level mask of the handle called `name`, existing or still to come; "*" means all. The
+/// last call wins, also over the environment. Any thread.
 VELO_PLATFORM_EXPORT void traceLevelsIs( std::string_view name, std::uint32_t mask );
 
+/// Remembers the levels of all handles and puts them back at its end; for tests.
+class VELO_PLATFORM_EXPORT TraceLevelsScope {
+ public:
+   TraceLevelsScope();
+   ~TraceLevelsScope();
+   TraceLevelsScope( const TraceLevelsScope & ) = delete;
+   TraceLevelsScope & operator=( const TraceLevelsScope & ) = delete;
+
+ private:
+   struct Saved;
+   std::unique_ptr< Saved > saved_;
+};
+
 /// The mask with the bits of levels `first` to `last`.
-constexpr std::uint32_t traceLevels( int first, int last = -1 ) {
-   std::uint32_t mask = 0;
-   for ( int level = first; level <= ( last < 0 ? first : last ); ++level ) { mask |= 1U << level; }
-   return mask;
+constexpr std::uint32_t traceLevels( int first, int last ) {
+   LUMO_ASSERT( 0 <= first && first <= last && last <= kLastTraceLevel );
+   return ( 2U << last ) - ( 1U << first );
 }
+constexpr std::uint32_t traceLevels( int only ) { return traceLevels( only, only ); }
 
 /// Where a message was traced.
 class TraceLocation {
