@@ -3,3 +3,11 @@
 // a stand-in here that fills the open slots and shows their order.
 
 #include "Lumo/Node.h"
+#include "velo/mount_handler.h"
+
+class MountHandler : public velo::mount_handler {
+   void doMounts( const Lumo::Ptr< Keldb::MountGroup > &,
+                  const Lumo::Ptr< QuonSharedMem::MountGroup > & ) override {}
+   void onMountsComplete( const Lumo::Ptr< Keldb::EntityManager > &,
+                          const Lumo::Ptr< QuonSharedMem::EntityManager > & ) override {}
+};

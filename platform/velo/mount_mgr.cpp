@@ -1,0 +1,136 @@
+#include "velo/mount_mgr.h"
+
+#include <map>
+
+#include <fmt/format.h>
+
+#include "Lumo/Assert.h"
+#include "Lumo/Thread.h"
+
+namespace velo {
+namespace {
+
+void checkFlags( const Keldb::Mount & mount ) {
+   if ( mount.flags() == Keldb::AllMountFlags( 0 ) ) {
+      throw mount_protocol_error(
+         fmt::format( "{} is to be mounted without any flag", mount.path() ) );
+   }
+}
+
+void checkFlags( const QuonSharedMem::MountGroup::Mount & mount ) {
+   if ( !mount.info.reader ) {
+      throw mount_protocol_error(
+         fmt::format( "{} is in shared memory and can be mounted for a reader only", mount.path ) );
+   }
+}
+
+/// The types of the paths that one group mounts: no two for one path.
+class TypesByPath {
+ public:
+   void check( const Lumo::String & path, const Lumo::String & type ) {
+      checkPath( path );
+      if ( type.empty() ) {
+         throw mount_protocol_error( fmt::format( "{} is to be mounted without a type", path ) );
+      }
+      const auto & [at, inserted] = types_.emplace( path, type );
+      if ( !inserted && at->second != type ) {
+         throw mount_protocol_error(
+            fmt::format( "{} is to be mounted both as {} and as {}", path, at->second, type ) );
+      }
+   }
+
+   static void checkPath( const Lumo::String & path ) {
+      if ( path.empty() ) { throw mount_protocol_error( "a mount without a path" ); }
+   }
+
+ private:
+   std::map< Lumo::String, Lumo::String > types_;
+};
+
+void check( const Keldb::MountGroup & group ) {
+   TypesByPath types;
+   for ( const Keldb::Mount & mount : group.mounts() ) {
+      if ( mount.byPathAlone() ) {
+         TypesByPath::checkPath( mount.path() );
+      } else {
+         types.check( mount.path(), mount.entityType() );
+         checkFlags( mount );
+      }
+   }
+}
+
+void check( const QuonSharedMem::MountGroup & group ) {
+   TypesByPath types;
+   for ( const QuonSharedMem::MountGroup::Mount & mount : group.mounts() ) {
+      types.check( mount.path, mount.entityType );
+      checkFlags( mount );
+   }
+}
+
+} // namespace
+
+mount_protocol_error::~mount_protocol_error() = default;
+
+mount_mgr::mount_mgr( const Lumo::Ptr< Keldb::EntityManager > & entities,
+                      const Lumo::Ptr< QuonSharedMem::EntityManager > & sharedMemEntities )
+   : entities_( entities ), sharedMemEntities_( sharedMemEntities ) {
+   LUMO_ASSERT( entities );
+   LUMO_ASSERT( sharedMemEntities );
+}
+
+mount_mgr::~mount_mgr() {
+   while ( handlers_.next() != &handlers_ ) { handlers_.next()->unlink(); }
+}
+
+void mount_mgr::mountAll() {
+   Lumo::Impl::checkEventLoopThread();
+   if ( state_ != State::collectingHandlers ) {
+      throw mount_protocol_error( "the mount protocol runs once, and it has begun already" );
+   }
+   state_ = State::mounting;
+   while ( firstHandler( mount_handler::Stage::registered ) ) { onePass(); }
+   state_ = State::done;
+}
+
+/// Handlers come and go during each call, so every step looks for its handler anew.
+void mount_mgr::onePass() {
+   using Stage = mount_handler::Stage;
+   const auto mounts = Lumo::makeNode< Keldb::MountGroup >();
+   const auto sharedMemMounts = Lumo::makeNode< QuonSharedMem::MountGroup >();
+   while ( mount_handler * handler = firstHandler( Stage::registered ) ) {
+      handler->stage_ = Stage::collected;
+      handler->doMounts( mounts, sharedMemMounts );
+   }
+   check( *mounts );
+   check( *sharedMemMounts );
+   while ( mount_handler * handler = firstHandler( Stage::collected ) ) {
+      handler->stage_ = Stage::complete;
+      handler->onMountsComplete( entities_, sharedMemEntities_ );
+   }
+}
+
+void mount_mgr::registerHandler( mount_handler & handler ) {
+   Lumo::Impl::checkEventLoopThread();
+   const Lumo::String & name = handler.get_mount_point_name();
+   if ( state_ == State::done ) {
+      throw mount_protocol_error(
+         fmt::format( "mount handler {:?} comes after the mounts are complete", name.view() ) );
+   }
+   for ( Lumo::Link * at = handlers_.next(); at != &handlers_ && !name.empty(); at = at->next() ) {
+      if ( static_cast< mount_handler * >( at )->get_mount_point_name() == name ) {
+         throw mount_protocol_error(
+            fmt::format( "there are two mount handlers called {}", name ) );
+      }
+   }
+   static_cast< Lumo::Link & >( handler ).linkBefore( handlers_ );
+}
+
+mount_handler * mount_mgr::firstHandler( mount_handler::Stage stage ) {
+   for ( Lumo::Link * at = handlers_.next(); at != &handlers_; at = at->next() ) {
+      auto * handler = static_cast< mount_handler * >( at );
+      if ( handler->stage_ == stage ) { return handler; }
+   }
+   return nullptr;
+}
+
+} // namespace velo
