@@ -1,0 +1,119 @@
+#include "VeloSdkRpc/PbrCountersBacklog.h"
+
+#include "VeloSdkRpc/detail/ProcessBacklog.h"
+
+namespace VeloSdkRpc {
+namespace {
+
+const Quon::TraceHandle & trace() {
+   static const Quon::TraceHandle handle( "PbrCountersBacklog", true );
+   return handle;
+}
+
+} // namespace
+
+PbrCountersBacklog::PbrCountersBacklog(
+   const Lumo::Ptr< PbrCountersKeyCompressionTable > & shortKeys )
+   : shortKeys_( shortKeys ) {}
+
+PbrCountersBacklog::~PbrCountersBacklog() = default;
+
+const Quon::TypeData & PbrCountersBacklog::typeData() const {
+   static constexpr std::string_view kAttributes[] = { "shortKeys", "frontend", "backlog",
+                                                       "bookmark" };
+   static constexpr Quon::TypeData kType{ "VeloSdkRpc::PbrCountersBacklog", kAttributes };
+   return kType;
+}
+
+void PbrCountersBacklog::frontendIs( const Lumo::Ptr< PbrCountersFrontend > & frontend ) {
+   const Lumo::Ptr< PbrCountersFrontend > old = std::exchange( frontend_, frontend );
+   publisher()->publishChangeRecursive( kFrontend, nullptr, &old, old == frontend, &frontend );
+}
+
+void PbrCountersBacklog::backlogIs( const PbrCounters & c ) {
+   const HN_Backlog * entry = backlog_[c.shortKey()];
+   if ( entry && entry->value() == c ) { return; }
+   const std::uint64_t key = c.shortKey();
+   if ( entry ) {
+      const PbrCounters old = entry->value();
+      backlog_.update( key, c );
+      publisher()->publishChangeRecursive( kBacklog, &key, &old, false, &c );
+   } else {
+      backlog_.memberIs( key, c );
+      publisher()->publishChangeRecursive( kBacklog, &key, nullptr, false, &c );
+   }
+}
+
+PbrCounters PbrCountersBacklog::backlogDel( std::uint64_t shortKey ) {
+   std::optional< PbrCounters > removed = backlog_.takeMember( shortKey );
+   if ( !removed ) { return {}; }
+   publisher()->publishChangeRecursive( kBacklog, &shortKey, &*removed );
+   return *std::move( removed );
+}
+
+void PbrCountersBacklog::backlogDelAll() {
+   if ( !publisher()->hasSubscribers() ) {
+      backlog_.memberDelAll();
+      return;
+   }
+   const Lumo::Ptr self( this );
+   for ( auto at = backlog_.iterator(); at; at.advance() ) { backlogDel( at.key() ); }
+}
+
+void PbrCountersBacklog::processItem( std::uint64_t shortKey, const PbrCounters & c ) {
+   const Lumo::Ptr< PbrCountersFrontend > consumer = frontend_;
+   if ( !consumer ) { return; } // Taken away during a run: what is pending is thrown away.
+   const Lumo::Ptr< PbrCountersKeyCompressionTable > table = shortKeys_;
+   PbrCountersEncodingFlags flags;
+   flags.encodeLongKeyIs( table->isNovelKey( c.shortKey() ) );
+   flags.deleteKeyIs( c.deletedKey() );
+   LUMO_TRACE( trace(), 7, "Processing short key {} with flags {}", c.shortKey(), flags );
+   if ( flags.encodeLongKey() && flags.deleteKey() ) {
+      LUMO_TRACE( trace(), 7, "coalesced a new key and a deleted key: ignoring" );
+      return;
+   }
+   try {
+      consumer->appendItem( c, flags );
+   } catch ( ... ) {
+      if ( flags.encodeLongKey() ) { table->novelKeyIs( shortKey ); }
+      throw;
+   }
+}
+
+void PbrCountersBacklog::process( const Lumo::Ptr< Oru::Task > & task ) {
+   LUMO_TRACE( trace(), 8, "process" );
+   if ( !frontend_ ) {
+      backlog_.memberDelAll();
+      return;
+   }
+   // The frontend may drop whoever holds us or the task.
+   const Lumo::Ptr self( this );
+   const Lumo::Ptr< Oru::Task > running = task;
+   const QuonLumo::MiBacklogProgress progress = QuonLumo::Impl::_processBacklog(
+      backlog_, bookmark_, [&] { return running && running->taskShouldYield(); },
+      [this]( std::uint64_t shortKey, const PbrCounters & c ) { processItem( shortKey, c ); },
+      [&]( const QuonLumo::MiBacklogProgress & broken ) { runReported( running, broken ); } );
+   runReported( running, progress );
+   if ( const Lumo::Ptr< PbrCountersFrontend > consumer = frontend_ ) { consumer->push(); }
+   LUMO_TRACE( trace(), 7, "EnqueueMessages Progress {}", progress );
+}
+
+void PbrCountersBacklog::runReported( const Lumo::Ptr< Oru::Task > & task,
+                                      const QuonLumo::MiBacklogProgress & progress ) {
+   if ( !task ) { return; }
+   task->taskWorkCountInc( progress.processedCount );
+   task->taskWorkPendingIs( progress.pendingCount );
+   if ( progress.pendingCount != 0 ) { task->scheduleTask(); }
+}
+
+Lumo::Ptr< PbrCountersBacklog >
+pbrCountersBacklogFactory( const Lumo::Ptr< PbrCountersKeyCompressionTable > & shortKeys ) {
+   return Lumo::makeNode< PbrCountersBacklog >( shortKeys );
+}
+
+Lumo::Ptr< PbrCountersBacklog >
+PbrCountersBacklogIs( const Lumo::Ptr< PbrCountersKeyCompressionTable > & shortKeys ) {
+   return pbrCountersBacklogFactory( shortKeys );
+}
+
+} // namespace VeloSdkRpc

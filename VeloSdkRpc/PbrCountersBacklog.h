@@ -1,0 +1,96 @@
+#pragma once
+
+#include <cstdint>
+
+#include "Oru/Oru.h"
+#include "Quon/Quon.h"
+#include "VeloSdkRpc/Export.h"
+#include "VeloSdkRpc/detail/MiBacklogProgress.h"
+#include "VeloSdkRpc/detail/PbrCounters.h"
+#include "VeloSdkRpc/detail/PbrCountersEncodingFlags.h"
+#include "VeloSdkRpc/detail/PbrCountersFrontend.h"
+#include "VeloSdkRpc/detail/PbrCountersKey.h"
+#include "VeloSdkRpc/detail/PbrCountersKeyCompressionTable.h"
+
+namespace VeloSdkRpc {
+
+/// Pending records, at most one per short key, always the newest; and how they are drained.
+///
+/// Owner      the manager, for its whole life
+/// Thread     event loop only (checked in debug builds)
+/// Re-entry   subscribers and the frontend may do anything, see `process`
+/// Invariant  every entry sits under its own short key
+class VELO_SDK_RPC_EXPORT PbrCountersBacklog final : public Quon::PublishingEntity {
+ public:
+   /// The record carries its key.
+   struct BacklogTraits : Quon::KeyTraits< std::uint64_t > {
+      struct KeyFunktor {
+         const std::uint64_t & operator()( const PbrCounters & c ) const { return c.shortKey(); }
+      };
+   };
+   using Backlog = Quon::HashMap2018< std::uint64_t, PbrCounters, BacklogTraits >;
+   using HN_Backlog = Backlog::Node;
+
+   /// What changes are published as.
+   enum Attribute : short { kShortKeys = 1, kFrontend, kBacklog, kBookmark };
+
+   explicit PbrCountersBacklog( const Lumo::Ptr< PbrCountersKeyCompressionTable > & shortKeys );
+   ~PbrCountersBacklog() override;
+
+   const Quon::TypeData & typeData() const override;
+
+   const Lumo::Ptr< PbrCountersKeyCompressionTable > & shortKeys() const { return shortKeys_; }
+
+   /// The consumer; null while nobody ever watched.
+   const Lumo::Ptr< PbrCountersFrontend > & frontend() const { return frontend_; }
+   void frontendIs( const Lumo::Ptr< PbrCountersFrontend > & frontend );
+   bool watching() const { return static_cast< bool >( frontend_ ); }
+
+   const Backlog & backlog() const { return backlog_; }
+
+   /// Files `c` under its own short key, in place of what is pending there. An equal record changes
+   /// and publishes nothing. O(1).
+   void backlogIs( const PbrCounters & c );
+
+   /// Removes and returns the record of `shortKey`; a default one, without a word, if there is
+   /// none. O(1).
+   PbrCounters backlogDel( std::uint64_t shortKey );
+
+   /// Removes every record, telling each removal only if somebody listens.
+   void backlogDelAll();
+
+   /// Where the next draining run resumes.
+   const Quon::Optional< std::uint64_t > & bookmark() const { return bookmark_; }
+
+   /// One draining run: hands records to the frontend until `task`'s slice is used up, asks `task`
+   /// to run again if any are left, then tells the frontend to `push`. Without a frontend the
+   /// pending records are thrown away. O(processed + arrived).
+   ///
+   /// The frontend may write records (they wait for the next run), replace itself, stop watching,
+   /// and drop the last reference to this backlog or to `task`. If it throws, the record in hand,
+   /// its novelty and all that was not handed over are pending again before the exception leaves.
+   void process( const Lumo::Ptr< Oru::Task > & task );
+
+   /// Hands one record to the frontend, with its flags: `encodeLongKey` if its short key was novel,
+   /// which it is not afterwards, and `deleteKey` if the record says so. A record with both is of
+   /// no use to the consumer and not handed over.
+   void processItem( std::uint64_t shortKey, const PbrCounters & c );
+
+ private:
+   void runReported( const Lumo::Ptr< Oru::Task > & task,
+                     const QuonLumo::MiBacklogProgress & progress );
+
+   const Lumo::Ptr< PbrCountersKeyCompressionTable > shortKeys_;
+   Lumo::Ptr< PbrCountersFrontend > frontend_;
+   Backlog backlog_;
+   Quon::Optional< std::uint64_t > bookmark_;
+};
+
+VELO_SDK_RPC_EXPORT Lumo::Ptr< PbrCountersBacklog >
+pbrCountersBacklogFactory( const Lumo::Ptr< PbrCountersKeyCompressionTable > & shortKeys );
+VELO_SDK_RPC_EXPORT Lumo::Ptr< PbrCountersBacklog >
+PbrCountersBacklogIs( const Lumo::Ptr< PbrCountersKeyCompressionTable > & shortKeys );
+
+} // namespace VeloSdkRpc
+
+#include "VeloSdkRpc/detail/PbrCountersBacklogTask.h"

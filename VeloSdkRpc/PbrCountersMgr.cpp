@@ -1,0 +1,78 @@
+#include "VeloSdkRpc/PbrCountersMgr.h"
+
+namespace VeloSdkRpc {
+namespace {
+
+const Lumo::String mountPath = "policyMap/counters/pbr";
+const Lumo::String mountedType = "PolicyMap::Counters::PolicyMapTypeCounters";
+
+/// Leaves both state machines the way they run by default.
+Ivx::SmControl smControl() {
+   constexpr std::uint8_t kMachinesOwnChoice = 3;
+   return Ivx::SmControl( nullptr, 0, {}, kMachinesOwnChoice );
+}
+
+} // namespace
+
+PbrPolicyCountersMgr::PbrPolicyCountersMgr( velo::mount_mgr * mountMgr )
+   : velo::mount_handler( mountMgr ),
+     shortKeys_( PbrCountersKeyCompressionTableIs() ),
+     backlog_( PbrCountersBacklogIs( shortKeys_ ) ),
+     backlogTask_( PbrCountersBacklogTaskIs( "PbrCountersStream", backlog_ ) ) {}
+
+PbrPolicyCountersMgr::~PbrPolicyCountersMgr() = default;
+
+void PbrPolicyCountersMgr::doMounts(
+   const Lumo::Ptr< Keldb::MountGroup > &,
+   const Lumo::Ptr< QuonSharedMem::MountGroup > & sharedMemMounts ) {
+   sharedMemMounts->doMount( mountPath, mountedType, QuonSharedMem::MountInfo::forReader() );
+}
+
+void PbrPolicyCountersMgr::onMountsComplete(
+   const Lumo::Ptr< Keldb::EntityManager > &,
+   const Lumo::Ptr< QuonSharedMem::EntityManager > & sharedMemEntities ) {
+   const auto status = sharedMemEntities->getEntity( mountPath );
+   if ( !sharedMemEntities->accessIsSafe() ) {
+      sharedMemEntities->assertSafeToAccess( status, mountPath );
+   }
+   root_ = Quon::entityCast< const PolicyMapTypeCounters >( status );
+   switchFromBacklogSm();
+}
+
+void PbrPolicyCountersMgr::startWatching( const Lumo::Ptr< PbrCountersFrontend > & frontend ) {
+   const velo::sdk_scoped_lock lock;
+   switchToBacklogSm();
+   backlog_->frontendIs( frontend );
+}
+
+void PbrPolicyCountersMgr::stopWatching() {
+   const velo::sdk_scoped_lock lock;
+   switchFromBacklogSm();
+}
+
+void PbrPolicyCountersMgr::switchToBacklogSm() {
+   if ( pbrCountersBacklogSm_ ) { return; }
+   compressedKeyTableSm_ = nullptr;
+   pbrCountersBacklogSm_ = PbrCountersBacklogSmIs( input(), backlog_, shortKeys_, smControl() );
+}
+
+void PbrPolicyCountersMgr::switchFromBacklogSm() {
+   if ( compressedKeyTableSm_ ) { return; }
+   pbrCountersBacklogSm_ = nullptr;
+   compressedKeyTableSm_ = CompressedKeyTableSmIs( input(), shortKeys_, smControl() );
+   shortKeys_->clearNovelKeys();
+}
+
+Lumo::Ptr< const PbrPolicyCountersMgr::PolicyMapTypeCounters > PbrPolicyCountersMgr::input() const {
+   return root_ ? root_ : Lumo::makeNode< const PolicyMapTypeCounters >();
+}
+
+PbrCounters PbrPolicyCountersMgr::counters( std::uint64_t shortKey,
+                                            const PbrCountersKey & longKey ) const {
+   const auto * policyMap = root_->policyMapCounters()[longKey.policyKey()];
+   if ( !policyMap || !policyMap->value() ) { return { shortKey, longKey, nullptr, false }; }
+   const auto * classCounters = policyMap->value()->classCounters()[longKey.name()];
+   return { shortKey, longKey, classCounters ? classCounters->value() : nullptr, false };
+}
+
+} // namespace VeloSdkRpc

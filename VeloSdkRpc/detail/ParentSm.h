@@ -1,0 +1,127 @@
+#pragma once
+
+#include "VeloSdkRpc/detail/ScanningSm.h"
+
+namespace VeloSdkRpc::detail {
+
+/// A child state machine with machines below it: one for each element of the collection that it
+/// scans.
+///
+/// `Derived` names the collection, `const auto & input() const`, and whether an element without an
+/// entity is passed over, `static constexpr bool kIgnoresNull`.
+///
+/// A machine is made, put into the map, made to listen, and only then started, because its first
+/// scan may already cause anything to happen to the input, this map included. The same holds at the
+/// other end: a machine that is being taken down stays in the map, deaf, until its entries have
+/// been withdrawn. After both, the input is looked at again.
+template< class Derived, class Parent, class En, class Key, class Child >
+class ParentSm : public ScanningSm< Derived, Parent, En, Key > {
+   using Base = ScanningSm< Derived, Parent, En, Key >;
+
+ public:
+   using Children = Quon::HashMap2018< Key, Lumo::Ptr< Child > >;
+   using ChildEnPtr = typename Child::EnPtr;
+
+   ~ParentSm() override {
+      for ( const auto & element : children_ ) { element.value()->parentIs( nullptr ); }
+   }
+
+   /// Whether changes of the input are heard, here and below.
+   void hasNotificationActiveIs( bool active ) {
+      if ( !this->listenIs( active ) ) { return; }
+      for ( auto at = children_.iterator(); at; at.advance() ) {
+         at.value()->hasNotificationActiveIs( active );
+      }
+   }
+
+   /// Withdraws everything that was derived from the input, child by child, and lets go of the
+   /// children.
+   void doDeleteAll() {
+      if ( !this->attached() ) { return; }
+      const Lumo::Ptr< Derived > self( &derived() );
+      LUMO_TRACE( this->traceHandle(), 9, "doDeleteAll" );
+      FirstException broken;
+      for ( auto at = children_.iterator(); at; at.advance() ) {
+         const Key key = at.key();
+         broken.guard( [&] { childTakenDown( key ); } );
+      }
+      broken.rethrow();
+   }
+
+ protected:
+   using Base::Base;
+
+   /// Makes the children agree with the input as far as `key` is concerned.
+   void childMaintained( const Key & key ) {
+      LUMO_TRACE( this->traceHandle(), 8, "k: {}", key );
+      FirstException broken;
+      for ( bool again = true; again && this->attached(); ) {
+         const auto * element = derived().input()[key];
+         const ChildEnPtr en = element ? element->value() : nullptr;
+         again = !element;
+         if ( !element ) {
+            broken.guard( [&] { again = childTakenDown( key ); } );
+         } else if ( en || !Derived::kIgnoresNull ) {
+            broken.guard( [&] { again = childIs( key, en ); } );
+         }
+      }
+      broken.rethrow();
+   }
+
+   Lumo::Ptr< Child > child( const Key & key ) const {
+      const auto * element = children_[key];
+      return element ? element->value() : nullptr;
+   }
+
+   /// The child for `en` under `key`; true if it is new.
+   bool childIs( const Key & key, const ChildEnPtr & en ) {
+      if ( !en ) { Quon::throwMutatorArgNullPointerException( Derived::kChildMap, "en" ); }
+      if ( const Lumo::Ptr< Child > present = child( key ) ) {
+         if ( present->isZombie() ) { return false; } // Being taken down; looked at again then.
+         if ( present->en() != en ) {
+            Quon::Impl::throwMutatorReinstantiating( Derived::kChildMap );
+         }
+         present->parentIs( &derived() );
+         return false;
+      }
+      const auto made = Lumo::makeNode< Child >( en, &derived() );
+      children_.memberIs( key, made );
+      made->hasNotificationActiveIs( this->hasNotificationActive() );
+      made->handleInitialized();
+      return true;
+   }
+
+   void childDel( const Key & key ) { children_.deleteMember( key ); }
+   void childDelAll() { children_.memberDelAll(); }
+
+   /// One item of the scan: makes the child agree with the input and scans below it; false if that
+   /// scan stopped before its end.
+   bool childScanned( const Key & key, FirstException & broken ) {
+      broken.guard( [&] { childMaintained( key ); } );
+      if ( const Lumo::Ptr< Child > scanned = child( key ) ) {
+         broken.guard( [&] { scanned->doInputScan0(); } );
+      }
+      const Lumo::Ptr< Child > now = child( key );
+      return !now || now->inputScanComplete0();
+   }
+
+ private:
+   Derived & derived() { return static_cast< Derived & >( *this ); }
+
+   /// Withdraws what the child under `key` contributed and removes it; true if there was one.
+   bool childTakenDown( const Key & key ) {
+      const Lumo::Ptr< Child > gone = child( key );
+      if ( !gone || gone->isZombie() ) { return false; }
+      gone->quonDoZombieReactors( true );
+      FirstException broken;
+      broken.guard( [&] { gone->doDeleteAll(); } );
+      gone->parentIs( nullptr );
+      childDel( key );
+      broken.rethrow();
+      return true;
+   }
+
+   Children children_;
+};
+
+} // namespace VeloSdkRpc::detail

@@ -1,0 +1,215 @@
+#include "VeloSdkRpc/PbrCountersBacklogSm.h"
+
+namespace VeloSdkRpc::IlexCode::PbrCountersBacklogSm {
+
+using PolicyMap::Counters::CountersData;
+using PolicyMap::Counters::PolicyMapCounters;
+
+// One class ---------------------------------------------------------------------------------------
+
+ClassCountersSm2::ClassCountersSm2( const EnPtr & en, PolicyMapCountersSm1 * parent )
+   : WatchingSm( en, parent ) {}
+
+ClassCountersSm2::~ClassCountersSm2() = default;
+
+const Quon::TypeData & ClassCountersSm2::typeData() const {
+   static constexpr std::string_view kAttributes[] = { "parent", "en", "inputScanState0" };
+   static constexpr Quon::TypeData kType{
+      "VeloSdkRpc::IlexCode::PbrCountersBacklogSm::ClassCountersSm2", kAttributes };
+   return kType;
+}
+
+void ClassCountersSm2::doInputScan() {
+   if ( !initialized() || !attached() ) { return; }
+   LUMO_TRACE( traceHandle(), 9, "ClassCountersSm2 doInputScan" );
+   doInputScan0();
+}
+
+void ClassCountersSm2::doInputScan0() {
+   if ( !initialized() || !attached() || inputScanComplete0() ) { return; }
+   const bool initial = !initialScanDone();
+   inputScanState0_ =
+      initial ? detail::InputScanState::initialPassComplete : detail::InputScanState::complete;
+   handleCountData0();
+   if ( !attached() ) { return; }
+   LUMO_TRACE( traceHandle(), 9, "{} scan complete. ",
+               initial ? "ClassCountersSm2 initial" : "ClassCountersSm2" );
+}
+
+bool ClassCountersSm2::inputScanComplete0() const {
+   return inputScanState0_ == detail::InputScanState::complete ||
+          ( inputScanState0_ == detail::InputScanState::initialPassComplete && !initialScanDone() );
+}
+
+void ClassCountersSm2::handleCountData0() {
+   const CountersValue countersValue = en() ? CountersValue( en() ) : CountersValue();
+   parent()->onChildEvent0( en()->name(), countersValue );
+}
+
+void ClassCountersSm2::handleCountData0Reactor() {
+   const Reaction reaction( *this );
+   handleCountData0();
+}
+
+void ClassCountersSm2::enDispatch( short attributeId, const void * ) {
+   if ( attributeId == CountersData::kCountData ) { handleCountData0Reactor(); }
+}
+
+void ClassCountersSm2::doDeleteAll() {
+   if ( !attached() ) { return; }
+   LUMO_TRACE( traceHandle(), 9, "doDeleteAll" );
+   parent()->onChildEvent0( en()->name(), CountersValue() );
+}
+
+RootSm0 * ClassCountersSm2::root() const { return parent() ? parent()->root() : nullptr; }
+
+Lumo::Ptr< VeloSdkRpc::PbrCountersBacklogSm > ClassCountersSm2::topLevel() const {
+   return parent() ? parent()->topLevel() : nullptr;
+}
+
+bool ClassCountersSm2::shouldYield0() const { return parent() && parent()->shouldYield0(); }
+
+bool ClassCountersSm2::inTask0() const { return parent() && parent()->inTask0(); }
+
+// One policy map ----------------------------------------------------------------------------------
+
+PolicyMapCountersSm1::PolicyMapCountersSm1( const EnPtr & en, RootSm0 * parent )
+   : ParentSm( en, parent ) {}
+
+PolicyMapCountersSm1::~PolicyMapCountersSm1() = default;
+
+const Quon::TypeData & PolicyMapCountersSm1::typeData() const {
+   static constexpr std::string_view kAttributes[] = {
+      "parent", "en", "inputScanState0", "inputScanBookmark0",
+      "childSmClassCountersPolicyMapCountersCountersDataPtrConst" };
+   static constexpr Quon::TypeData kType{
+      "VeloSdkRpc::IlexCode::PbrCountersBacklogSm::PolicyMapCountersSm1", kAttributes };
+   return kType;
+}
+
+void PolicyMapCountersSm1::doInputScan() {
+   if ( !initialized() || !attached() ) { return; }
+   LUMO_TRACE( traceHandle(), 9, "PolicyMapCountersSm1 doInputScan" );
+   doInputScan0();
+}
+
+void PolicyMapCountersSm1::doInputScan0() {
+   if ( !sliceBegins() ) { return; }
+   const Lumo::Ptr self( this );
+   auto slice = scanSlice( input(), [this]( const Lumo::String & name, auto & broken ) {
+      return childScanned( name, broken );
+   } );
+   if ( !slice.yielded && attached() ) {
+      const std::string pass = passEnds( "PolicyMapCountersSm1" );
+      LUMO_TRACE( traceHandle(), 9, "{} scan complete. Processed {} children. ", pass,
+                  slice.iterations );
+   }
+   slice.broken.rethrow();
+}
+
+void PolicyMapCountersSm1::handleClassCounters0( const Lumo::String & name ) {
+   childMaintained( name );
+}
+
+void PolicyMapCountersSm1::handleClassCounters0Reactor( const Lumo::String & name ) {
+   const Reaction reaction( *this );
+   handleClassCounters0( name );
+}
+
+void PolicyMapCountersSm1::enDispatch( short attributeId, const void * key ) {
+   if ( attributeId == PolicyMapCounters::kClassCounters ) {
+      handleClassCounters0Reactor( *static_cast< const Lumo::String * >( key ) );
+   }
+}
+
+void PolicyMapCountersSm1::onChildEvent0( const Lumo::String & name,
+                                          const CountersValue & countersValue ) {
+   if ( RootSm0 * const above = root() ) { above->onChildEvent0( smKey(), name, countersValue ); }
+}
+
+void PolicyMapCountersSm1::childSmClassCountersPolicyMapCountersCountersDataPtrConstIs(
+   const CountersDataPtr & en, PolicyMapCountersSm1 * parent ) {
+   if ( !en ) { Quon::throwMutatorArgNullPointerException( kChildMap, "en" ); }
+   LUMO_ASSERT( parent == this );
+   childIs( en->name(), en );
+}
+
+void PolicyMapCountersSm1::childSmClassCountersPolicyMapCountersCountersDataPtrConstDel(
+   const Lumo::String & name ) {
+   childDel( name );
+}
+
+void PolicyMapCountersSm1::childSmClassCountersPolicyMapCountersCountersDataPtrConstDelAll() {
+   childDelAll();
+}
+
+Lumo::Ptr< ClassCountersSm2 >
+PolicyMapCountersSm1::childSmClassCountersPolicyMapCountersCountersDataPtrConst(
+   const Lumo::String & name ) const {
+   return child( name );
+}
+
+Ivx::Gen::InputStateMachine & PolicyMapCountersSm1::inReactorOwner() { return *root(); }
+
+void PolicyMapCountersSm1::inReactorIs( bool inReactor ) {
+   if ( RootSm0 * const shared = root() ) { shared->inReactorIs( inReactor ); }
+}
+
+bool PolicyMapCountersSm1::inReactor() const { return root() && root()->inReactor(); }
+
+Lumo::Ptr< VeloSdkRpc::PbrCountersBacklogSm > PolicyMapCountersSm1::topLevel() const {
+   return root() ? root()->topLevel() : nullptr;
+}
+
+bool PolicyMapCountersSm1::shouldYield0() const { return root() && root()->shouldYield0(); }
+
+bool PolicyMapCountersSm1::inTask0() const { return root() && root()->inTask0(); }
+
+bool PolicyMapCountersSm1::inputScanFlag() const { return attached() && root()->inputScanFlag(); }
+
+// The root ----------------------------------------------------------------------------------------
+
+RootSm0::RootSm0( const EnPtr & en, VeloSdkRpc::PbrCountersBacklogSm * parent )
+   : RootSm( en, parent ) {}
+
+RootSm0::~RootSm0() = default;
+
+const Quon::TypeData & RootSm0::typeData() const {
+   static constexpr std::string_view kAttributes[] = {
+      "parent",
+      "en",
+      "task0",
+      "inputScanState0",
+      "inputScanBookmark0",
+      "childSmPolicyMapCountersPolicyMapCountersPolicyMapCountersPtrConst" };
+   static constexpr Quon::TypeData kType{ "VeloSdkRpc::IlexCode::PbrCountersBacklogSm::RootSm0",
+                                          kAttributes };
+   return kType;
+}
+
+// Records of state --------------------------------------------------------------------------------
+
+InputSmScanState::~InputSmScanState() = default;
+
+const Quon::TypeData & InputSmScanState::typeData() const {
+   static constexpr Quon::TypeData kType{
+      "VeloSdkRpc::IlexCode::PbrCountersBacklogSm::InputSmScanState", kAttributes };
+   return kType;
+}
+
+OutputState::~OutputState() = default;
+
+const Quon::TypeData & OutputState::typeData() const {
+   static constexpr std::string_view kAttributes[] = {
+      "ready", "backlogBacklogOutputReady", "shortKeysNovelKeyOutputReady",
+      "shortKeysNextKeyOutputReady", "shortKeysShortKeyOutputReady" };
+   static constexpr Quon::TypeData kType{ "VeloSdkRpc::IlexCode::PbrCountersBacklogSm::OutputState",
+                                          kAttributes };
+   return kType;
+}
+
+Lumo::Ptr< OutputState > outputStateFactory() { return Lumo::makeNode< OutputState >(); }
+
+Lumo::Ptr< OutputState > OutputStateIs() { return outputStateFactory(); }
+
+} // namespace VeloSdkRpc::IlexCode::PbrCountersBacklogSm

@@ -1,0 +1,150 @@
+#pragma once
+
+#include "VeloSdkRpc/Export.h"
+#include "VeloSdkRpc/detail/OutputKey.h"
+#include "VeloSdkRpc/detail/OutputState.h"
+#include "VeloSdkRpc/detail/RootSm.h"
+#include "VeloSdkRpc/detail/ScanState.h"
+
+namespace VeloSdkRpc {
+
+class PbrCountersBacklogSm;
+
+namespace IlexCode::PbrCountersBacklogSm {
+
+class PolicyMapCountersSm1;
+class RootSm0;
+
+using CountersValue = Quon::Optional< Lumo::Ptr< const PolicyMap::Counters::CountersData > >;
+
+/// One class: every change of its counters is an event, and so is its end. There is one for every
+/// live class, so it is kept small.
+class VELO_SDK_RPC_EXPORT ClassCountersSm2 final
+   : public detail::WatchingSm< ClassCountersSm2, PolicyMapCountersSm1,
+                                PolicyMap::Counters::CountersData > {
+ public:
+   ClassCountersSm2( const EnPtr & en, PolicyMapCountersSm1 * parent );
+   ~ClassCountersSm2() override;
+
+   const Quon::TypeData & typeData() const override;
+   void doInputScan() override;
+
+   /// The whole scan of this level: its one leaf.
+   void doInputScan0();
+   bool inputScanComplete0() const;
+
+   void handleCountData0();
+   void handleCountData0Reactor();
+   void enDispatch( short attributeId, const void * key );
+   void hasNotificationActiveIs( bool active ) { listenIs( active ); }
+
+   /// Tells that the class is gone.
+   void doDeleteAll();
+
+   RootSm0 * root() const;
+   Lumo::Ptr< VeloSdkRpc::PbrCountersBacklogSm > topLevel() const;
+   bool shouldYield0() const;
+   bool inTask0() const;
+
+ private:
+   detail::InputScanState inputScanState0_ = detail::InputScanState::neverScanned;
+};
+
+/// One policy map, with a machine for each class below it.
+class VELO_SDK_RPC_EXPORT PolicyMapCountersSm1 final
+   : public detail::ParentSm< PolicyMapCountersSm1, RootSm0, PolicyMap::Counters::PolicyMapCounters,
+                              Lumo::String, ClassCountersSm2 > {
+ public:
+   using CountersDataPtr = Lumo::Ptr< const PolicyMap::Counters::CountersData >;
+
+   static constexpr const char * kChildMap =
+      "childSmClassCountersPolicyMapCountersCountersDataPtrConstIs";
+   static constexpr bool kIgnoresNull = true;
+
+   PolicyMapCountersSm1( const EnPtr & en, RootSm0 * parent );
+   ~PolicyMapCountersSm1() override;
+
+   const Quon::TypeData & typeData() const override;
+   void doInputScan() override;
+   /// The whole tree shares the root's flag.
+   Ivx::Gen::InputStateMachine & inReactorOwner();
+   void inReactorIs( bool inReactor ) override;
+   bool inReactor() const override;
+
+   void doInputScan0();
+   void handleClassCounters0( const Lumo::String & name );
+   void handleClassCounters0Reactor( const Lumo::String & name );
+   void enDispatch( short attributeId, const void * key );
+   void onChildEvent0( const Lumo::String & name, const CountersValue & countersValue );
+
+   void
+   childSmClassCountersPolicyMapCountersCountersDataPtrConstIs( const CountersDataPtr & en,
+                                                                PolicyMapCountersSm1 * parent );
+   void childSmClassCountersPolicyMapCountersCountersDataPtrConstDel( const Lumo::String & name );
+   void childSmClassCountersPolicyMapCountersCountersDataPtrConstDelAll();
+   Lumo::Ptr< ClassCountersSm2 >
+   childSmClassCountersPolicyMapCountersCountersDataPtrConst( const Lumo::String & name ) const;
+
+   const PolicyMap::Counters::PolicyMapKey & smKey() const { return en()->key(); }
+   RootSm0 * root() const { return parent(); }
+   Lumo::Ptr< VeloSdkRpc::PbrCountersBacklogSm > topLevel() const;
+   bool shouldYield0() const;
+   bool inTask0() const;
+
+   // What the scan and the level below are made of.
+   const auto & input() const { return en()->classCounters(); }
+   bool inputScanFlag() const;
+   const PolicyMap::Counters::PolicyMapKey & yieldName() const { return smKey(); }
+};
+
+class VELO_SDK_RPC_EXPORT RootSm0 final
+   : public detail::RootSm< RootSm0, VeloSdkRpc::PbrCountersBacklogSm, PolicyMapCountersSm1 > {
+ public:
+   static constexpr const char * kName = "RootSm0";
+   static constexpr const char * kTaskName =
+      "VeloSdkRpc::PbrCountersBacklogSm-RootSm0InputScanTask0";
+   static constexpr bool kIgnoresNull = true;
+
+   RootSm0( const EnPtr & en, VeloSdkRpc::PbrCountersBacklogSm * parent );
+   ~RootSm0() override;
+
+   const Quon::TypeData & typeData() const override;
+};
+
+class VELO_SDK_RPC_EXPORT InputSmScanState final : public detail::ScanStateRecord {
+ public:
+   ~InputSmScanState() override;
+   const Quon::TypeData & typeData() const override;
+};
+
+class VELO_SDK_RPC_EXPORT OutputState final : public detail::OutputStateRecord< 4 > {
+ public:
+   ~OutputState() override;
+   const Quon::TypeData & typeData() const override;
+
+   bool backlogBacklogOutputReady() const { return outputReady( 0 ); }
+   void backlogBacklogOutputReadyIs( bool ready ) { outputReadyIs( 0, ready ); }
+   bool shortKeysNovelKeyOutputReady() const { return outputReady( 1 ); }
+   void shortKeysNovelKeyOutputReadyIs( bool ready ) { outputReadyIs( 1, ready ); }
+   bool shortKeysNextKeyOutputReady() const { return outputReady( 2 ); }
+   void shortKeysNextKeyOutputReadyIs( bool ready ) { outputReadyIs( 2, ready ); }
+   bool shortKeysShortKeyOutputReady() const { return outputReady( 3 ); }
+   void shortKeysShortKeyOutputReadyIs( bool ready ) { outputReadyIs( 3, ready ); }
+};
+
+VELO_SDK_RPC_EXPORT Lumo::Ptr< OutputState > outputStateFactory();
+VELO_SDK_RPC_EXPORT Lumo::Ptr< OutputState > OutputStateIs();
+
+struct BacklogBacklogOutput {
+   static constexpr std::string_view kKeyTypeName =
+      "VeloSdkRpc::IlexCode::PbrCountersBacklogSm::BacklogBacklogOutputKeyType";
+};
+struct ShortKeysNovelKeyOutput {
+   static constexpr std::string_view kKeyTypeName =
+      "VeloSdkRpc::IlexCode::PbrCountersBacklogSm::ShortKeysNovelKeyOutputKeyType";
+};
+using BacklogBacklogOutputKeyType = detail::OutputKey< BacklogBacklogOutput >;
+using ShortKeysNovelKeyOutputKeyType = detail::OutputKey< ShortKeysNovelKeyOutput >;
+
+} // namespace IlexCode::PbrCountersBacklogSm
+} // namespace VeloSdkRpc

@@ -1,0 +1,7 @@
+#include "VeloSdkRpc/detail/PbrCountersFrontend.h"
+
+namespace VeloSdkRpc {
+
+PbrCountersFrontend::~PbrCountersFrontend() = default;
+
+} // namespace VeloSdkRpc

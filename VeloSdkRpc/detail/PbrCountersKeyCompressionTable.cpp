@@ -1,0 +1,49 @@
+#include "VeloSdkRpc/detail/PbrCountersKeyCompressionTable.h"
+
+namespace VeloSdkRpc {
+
+PbrCountersKeyCompressionTable::PbrCountersKeyCompressionTable() = default;
+PbrCountersKeyCompressionTable::~PbrCountersKeyCompressionTable() = default;
+
+const Quon::TypeData & PbrCountersKeyCompressionTable::typeData() const {
+   static constexpr std::string_view kAttributes[] = { "shortKey", "nextKey", "novelKey" };
+   static constexpr Quon::TypeData kType{ "VeloSdkRpc::PbrCountersKeyCompressionTable",
+                                          kAttributes };
+   return kType;
+}
+
+void PbrCountersKeyCompressionTable::shortKeyIs( const PbrCountersKey & key, std::uint64_t value ) {
+   shortKey_.memberIs( key, value );
+}
+
+std::uint64_t PbrCountersKeyCompressionTable::shortKeyDel( const PbrCountersKey & key ) {
+   return shortKey_.takeMember( key ).value_or( 0 );
+}
+
+void PbrCountersKeyCompressionTable::shortKeyDelAll() { shortKey_.memberDelAll(); }
+
+void PbrCountersKeyCompressionTable::novelKeyIs( std::uint64_t shortKey ) {
+   novelKey_.memberIs( shortKey );
+}
+
+void PbrCountersKeyCompressionTable::novelKeyDel( std::uint64_t shortKey ) {
+   novelKey_.deleteMember( shortKey );
+}
+
+void PbrCountersKeyCompressionTable::novelKeyDelAll() { novelKey_.memberDelAll(); }
+
+bool PbrCountersKeyCompressionTable::isNovelKey( std::uint64_t shortKey ) {
+   return novelKey_.deleteMember( shortKey );
+}
+
+void PbrCountersKeyCompressionTable::clearNovelKeys() { novelKeyDelAll(); }
+
+Lumo::Ptr< PbrCountersKeyCompressionTable > pbrCountersKeyCompressionTableFactory() {
+   return Lumo::makeNode< PbrCountersKeyCompressionTable >();
+}
+
+Lumo::Ptr< PbrCountersKeyCompressionTable > PbrCountersKeyCompressionTableIs() {
+   return pbrCountersKeyCompressionTableFactory();
+}
+
+} // namespace VeloSdkRpc

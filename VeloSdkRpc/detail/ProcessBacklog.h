@@ -1,0 +1,117 @@
+#pragma once
+
+#include <cstdint>
+#include <utility>
+
+#include "Quon/Quon.h"
+#include "VeloSdkRpc/detail/MiBacklogProgress.h"
+
+namespace QuonLumo::Impl {
+
+/// One draining run over a backlog that goes on being written to.
+///
+/// The run takes everything that is pending (W) and leaves an empty backlog (B) for what arrives
+/// meanwhile. It starts at the bookmark that the last run left, wraps round to the entries before
+/// it, and stops at a bookmark of its own when `shouldYield` says so:
+///
+///     W   | a  b  c  d  e  f  g |        bookmark d: first d e f g, then a b c
+///                    ^                   told to yield before f: W keeps a b c f g,
+///                    bookmark            the bookmark becomes f
+///
+/// In the end W is merged back into B; what arrived wins over what was left. Both are ordered by
+/// key, so a bookmark is a key and need not be present, and the merge costs the smaller side: a run
+/// costs what it processed plus what arrived, whatever else is pending.
+///
+/// At least one entry is processed, then `shouldYield()` is asked before each further one. When
+/// `action( key, entry )` throws, the entry in hand and all that were not handed over are back in
+/// the backlog, the bookmark stands on the entry in hand, and the exception goes on.
+template< class Backlog >
+class BacklogRun {
+ public:
+   using Key = typename Backlog::Key;
+
+   BacklogRun( Backlog & backlog, Quon::Optional< Key > & bookmark )
+      : backlog_( backlog ), bookmark_( bookmark ), taken_( backlog.moveOut() ) {}
+
+   template< class ShouldYield, class Action >
+   void process( ShouldYield && shouldYield, Action && action ) {
+      if ( taken_.empty() ) { return; }
+      if ( bookmark_ ) {
+         const Key start = *bookmark_;
+         if ( !pass( &start, shouldYield, action ) ) { return; }
+         taken_.deleteFrom( start );
+         bookmark_.reset();
+      }
+      if ( !taken_.empty() && pass( nullptr, shouldYield, action ) ) { taken_.memberDelAll(); }
+   }
+
+   /// Puts back what was not processed and completes the record of the run.
+   const MiBacklogProgress & finish() {
+      if ( taken_.empty() && backlog_.empty() ) { ++progress_.passCount; }
+      progress_.remainingCount = count( taken_ );
+      progress_.arrivedCount = count( backlog_ );
+      backlog_.mergeBack( std::move( taken_ ) );
+      progress_.pendingCount = count( backlog_ );
+      return progress_;
+   }
+
+ private:
+   static std::uint32_t count( const Backlog & b ) {
+      return static_cast< std::uint32_t >( b.size() );
+   }
+
+   /// Goes from `start` (null: the first entry) to the end of W; false if it had to stop.
+   template< class ShouldYield, class Action >
+   bool pass( const Key * start, ShouldYield && shouldYield, Action && action ) {
+      auto at = start ? taken_.checkedIteratorFrom( *start ) : taken_.checkedIterator();
+      for ( ; at; at.advance() ) {
+         if ( progress_.processedCount != 0 && shouldYield() ) {
+            progress_.yielded = true;
+            stopBefore( start, at.key() );
+            return false;
+         }
+         try {
+            action( at.key(), at.value() );
+         } catch ( ... ) {
+            stopBefore( start, at.key() );
+            throw;
+         }
+         ++progress_.processedCount;
+      }
+      ++progress_.passCount;
+      return true;
+   }
+
+   void stopBefore( const Key * start, const Key & next ) {
+      const Key n = next;
+      if ( start ) {
+         taken_.deleteBetween( *start, n );
+      } else {
+         taken_.deleteUpTo( n );
+      }
+      bookmark_ = n;
+   }
+
+   Backlog & backlog_;
+   Quon::Optional< Key > & bookmark_;
+   Backlog taken_;
+   MiBacklogProgress progress_;
+};
+
+/// One whole run; see `BacklogRun`. `onFailure( progress )` is called on the way out of an action
+/// that threw, with everything back in its place.
+template< class Backlog, class ShouldYield, class Action, class OnFailure >
+MiBacklogProgress
+_processBacklog( Backlog & backlog, Quon::Optional< typename Backlog::Key > & bookmark,
+                 ShouldYield && shouldYield, Action && action, OnFailure && onFailure ) {
+   BacklogRun< Backlog > run( backlog, bookmark );
+   try {
+      run.process( shouldYield, action );
+   } catch ( ... ) {
+      onFailure( run.finish() );
+      throw;
+   }
+   return run.finish();
+}
+
+} // namespace QuonLumo::Impl

@@ -1,0 +1,41 @@
+#pragma once
+
+#include <memory>
+
+#include "Oru/Oru.h"
+
+namespace VeloSdkRpc::test {
+
+/// The event loop of a test: a scheduler of its own, in place of the process's for as long as this
+/// lives, driven step by step. Slices are endless unless a test says otherwise, or always used up
+/// in builds of the always-yield preset.
+class Loop {
+ public:
+   Loop() : scheduler_( Lumo::makeNode< Oru::TaskScheduler >() ) {
+#if !defined( ORU_ALWAYS_YIELD )
+      endlessSlices();
+#endif
+      Oru::TaskSchedulerRoot::schedulerIs( scheduler_ );
+   }
+   ~Loop() { Oru::TaskSchedulerRoot::schedulerIs( nullptr ); }
+   Loop( const Loop & ) = delete;
+   Loop & operator=( const Loop & ) = delete;
+
+   void endlessSlices() { yieldsAfter( ~std::uint32_t{ 0 } ); }
+   /// The first `asks` asks of every slice go on: a run handles `asks` + 1 items.
+   void yieldsAfter( std::uint32_t asks ) {
+      scheduler_->slicePolicyIs( std::make_unique< Oru::YieldsAfter >( asks ) );
+   }
+   void alwaysYields() { scheduler_->slicePolicyIs( std::make_unique< Oru::AlwaysYield >() ); }
+
+   bool runOne() { return scheduler_->runOne(); }
+   std::size_t runUntilIdle() { return scheduler_->runUntilIdle(); }
+   std::size_t pending() const { return scheduler_->pending(); }
+
+   const Lumo::Ptr< Oru::TaskScheduler > & scheduler() const { return scheduler_; }
+
+ private:
+   const Lumo::Ptr< Oru::TaskScheduler > scheduler_;
+};
+
+} // namespace VeloSdkRpc::test
