@@ -14,6 +14,7 @@
 #include "Quon/NotifyValues.h"
 #include "Quon/Optional.h"
 #include "Quon/ParseError.h"
+#include "Quon/PublishedCollection.h"
 #include "Quon/StringAttribute.h"
 #include "Quon/Text.h"
 #include "Quon/TraceHandle.h"

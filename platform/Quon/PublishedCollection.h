@@ -1,0 +1,76 @@
+#pragma once
+
+#include <type_traits>
+
+#include "Lumo/Ptr.h"
+#include "Quon/Entity.h"
+#include "Quon/HashMap2018.h"
+
+namespace Quon {
+
+/// A collection attribute of an entity: entities `E` by `Key`, every change published under
+/// `attributeId`. A null pointer is a value like any other.
+///
+/// Owner      `owner`, which has it as a member
+/// Thread     event loop only
+/// Publishes  once per changed key, with pointers to the old and the new `Lumo::Ptr< const E >`,
+///            each null if there was none or is none any more; nothing when the same pointer is
+///            stored again
+/// Re-entry   a change is complete before it is told, and telling is the last that happens: a
+///            subscriber may change the collection again or let go of the owner. Key and values
+///            handed to it stay readable during the dispatch, whatever becomes of the element
+/// Errors     an exception of a subscriber passes through; the change stands
+template< short attributeId, class Key, class E >
+class PublishedCollection {
+ public:
+   using Value = Lumo::Ptr< const E >;
+   using Members = HashMap2018< Key, Value >;
+
+   explicit PublishedCollection( PublishingEntity & owner ) : owner_( owner ) {}
+
+   const Members & members() const { return members_; }
+
+   void memberIs( const Key & key, const Value & value ) {
+      const Key told = key;
+      const Value current = value;
+      const auto * const present = members_.lookup( told );
+      if ( !present ) {
+         members_.memberIs( told, current );
+         publish( told, nullptr, &current );
+      } else if ( const Value previous = present->value(); previous != current ) {
+         members_.memberIs( told, current );
+         publish( told, &previous, &current );
+      }
+   }
+
+   /// No effect if there is none.
+   void memberDel( const Key & key ) {
+      const Key told = key;
+      const auto previous = members_.takeMember( told );
+      if ( previous ) { publish( told, &*previous, nullptr ); }
+   }
+
+   /// Deletes and tells one after the other, in the collection's order. What a subscriber adds
+   /// meanwhile is deleted too if its turn is still to come.
+   void memberDelAll() {
+      const Lumo::Ptr< const PublishingEntity > self( &owner_ );
+      for ( auto at = members_.iterator(); at; at.advance() ) { memberDel( at.key() ); }
+   }
+
+   /// For the writer of the tree: the entity under `key`, or null.
+   E * memberMutable( const Key & key ) const {
+      const auto * const present = members_.lookup( key );
+      return present ? const_cast< E * >( present->value().get() ) : nullptr;
+   }
+
+ private:
+   /// Comes last in every change: afterwards the owner may be gone.
+   void publish( const Key & key, const Value * previous, const Value * current ) {
+      owner_.publisher()->publishChange( attributeId, &key, previous, current );
+   }
+
+   PublishingEntity & owner_;
+   Members members_;
+};
+
+} // namespace Quon
