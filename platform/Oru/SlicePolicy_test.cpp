@@ -170,6 +170,13 @@ TEST_F( SlicesOfTime, ItemsThatSuddenlyBecomeSlowAreNoticedWithinOneStride ) {
    } );
 }
 
+TEST_F( SlicesOfTime, AFewFastItemsDoNotYetEarnALongStride ) {
+   run( [this]( Worker & self ) {
+      items( self, 0ns, 3 );
+      EXPECT_EQ( items( self, 1ms ), 1 );
+   } );
+}
+
 TEST_F( SlicesOfTime, ThePaceOfOneRunIsNotCarriedToTheNext ) {
    itemsInOneRun( 100ns );
    EXPECT_EQ( itemsInOneRun( 300us ), 4 );
