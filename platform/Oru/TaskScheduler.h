@@ -31,6 +31,8 @@ struct TaskSchedulerStatistics {
 ///           scheduler->runOne();
 ///           if ( scheduler->pending() && !posted ) { posted = true; loop.post( step ); }
 ///
+/// Everything in `step` is done under the SDK lock, and its last line also when `runOne` throws.
+///
 /// A run has one slice, whose length is the slice policy's affair. Asks made while no task runs
 /// (work that was started inside an event handler) share a slice too: it begins with the first such
 /// ask and ends when an ask was told to yield, when work is reported with `taskWorkPendingIs`, or
