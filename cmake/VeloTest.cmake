@@ -8,6 +8,10 @@ if( VELO_BUILD_TESTS )
    enable_testing()
    find_package( GTest REQUIRED )
    include( VeloRapidCheck )
+
+   # The main function of all of them; it tells the hash seed.
+   add_library( velo_test_main OBJECT "${PROJECT_SOURCE_DIR}/tests/support/TestMain.cpp" )
+   target_link_libraries( velo_test_main PUBLIC velo::platform GTest::gmock )
 endif()
 
 function( velo_add_test NAME )
@@ -20,7 +24,7 @@ function( velo_add_test NAME )
                            "'${ARG_UNPARSED_ARGUMENTS}'" )
    endif()
    add_executable( ${NAME} ${ARG_SOURCES} )
-   target_link_libraries( ${NAME} PRIVATE ${ARG_LIBS} velo::platform GTest::gmock_main )
+   target_link_libraries( ${NAME} PRIVATE ${ARG_LIBS} velo::platform velo_test_main )
    add_test( NAME ${NAME} COMMAND ${NAME} --gtest_brief=1 )
    # A program without tests has proved nothing.
    set_tests_properties( ${NAME} PROPERTIES FAIL_REGULAR_EXPRESSION "] 0 tests from 0 test suites" )
