@@ -18,20 +18,13 @@ void EventLoop::stopWhenReadable( int fd ) {
    stopDescriptor_.assign( fd );
    stopDescriptor_.async_wait( asio::posix::stream_descriptor::wait_read,
                                locked( [this]( const std::error_code & error ) {
-                                  if ( !error ) { stop( 0 ); }
+                                  if ( !error ) { stop(); }
                                } ) );
 }
 
-int EventLoop::run() {
+void EventLoop::run() {
    const auto guard = asio::make_work_guard( context_ );
    context_.run();
-   return exitCode_;
-}
-
-void EventLoop::stop( int exitCode ) {
-   if ( std::exchange( stopped_, true ) ) { return; }
-   exitCode_ = exitCode;
-   context_.stop();
 }
 
 void EventLoop::wakeUp() {
@@ -39,11 +32,17 @@ void EventLoop::wakeUp() {
    asio::post( context_, locked( [this] { turn(); } ) );
 }
 
-/// The next turn is posted after this one, so that it comes behind whatever this one has posted.
+/// The next turn is posted after this one, so that it comes behind whatever this one has posted,
+/// and also when this one throws.
 void EventLoop::turn() {
+   struct NextTurn {
+      EventLoop & loop;
+      ~NextTurn() {
+         loop.turnPosted_ = false;
+         if ( loop.scheduler_->pending() > 0 ) { loop.wakeUp(); }
+      }
+   } const next{ *this };
    scheduler_->runOne();
-   turnPosted_ = false;
-   if ( scheduler_->pending() > 0 ) { wakeUp(); }
 }
 
 } // namespace VeloAgent

@@ -9,8 +9,8 @@
 /// turns, so that callers on other threads are never shut out for longer than a slice.
 ///
 /// Owner      the agent
-/// Thread     run() is the loop; post() may be called from any thread, stop() with the SDK lock
-/// held Re-entry   what runs may do anything but call run()
+/// Thread     run() is the loop; post() and stop() may be called from any thread
+/// Re-entry   what runs may do anything but call run()
 
 #pragma once
 
@@ -49,15 +49,14 @@ class EventLoop {
       asio::post( context_, locked( std::move( work ) ) );
    }
 
-   /// Ends the loop with code 0 when `fd` becomes readable. Takes nothing out of it.
+   /// Ends the loop when `fd` becomes readable. Takes nothing out of it.
    void stopWhenReadable( int fd );
 
-   /// Runs until stop() and returns its code. What a handler throws comes out here, and is the end
-   /// of this loop too.
-   int run();
+   /// Runs until stop(). What a handler throws comes out here; run() may then be called again.
+   void run();
 
-   /// The first call decides the code.
-   void stop( int exitCode );
+   /// Nothing more is run after what runs now. Harmless when repeated.
+   void stop() { context_.stop(); }
 
  private:
    void wakeUp();
@@ -66,9 +65,7 @@ class EventLoop {
    Lumo::Ptr< Oru::TaskScheduler > scheduler_;
    asio::io_context context_;
    asio::posix::stream_descriptor stopDescriptor_{ context_ };
-   bool turnPosted_ = false; ///< Or in progress. Like all below: under the SDK lock.
-   bool stopped_ = false;
-   int exitCode_ = 0;
+   bool turnPosted_ = false; ///< Or in progress. Only touched under the SDK lock.
 };
 
 } // namespace VeloAgent

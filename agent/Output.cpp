@@ -28,20 +28,25 @@ void Output::write( std::string_view text ) {
       if ( written >= 0 ) {
          text.remove_prefix( static_cast< std::size_t >( written ) );
       } else if ( errno != EINTR && errno != EAGAIN ) {
-         error_ = errno;
+         fail( errno );
       }
    }
+}
+
+void Output::fail( int error ) {
+   error_ = error;
+   failed_();
 }
 
 bool Output::ready() {
    while ( error_ == 0 ) {
       std::array< pollfd, 2 > fds = { { { fd_, POLLOUT, 0 }, { stop_, POLLIN, 0 } } };
       if ( ::poll( fds.data(), fds.size(), -1 ) < 0 ) {
-         if ( errno != EINTR ) { error_ = errno; }
+         if ( errno != EINTR ) { fail( errno ); }
       } else if ( fds[0].revents != 0 ) {
          return true; // to be written, or to fail with its reason
       } else if ( fds[1].revents != 0 ) {
-         error_ = ECANCELED;
+         fail( ECANCELED );
       }
    }
    return false;

@@ -13,15 +13,19 @@
 
 #pragma once
 
+#include <functional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace VeloAgent {
 
 class Output {
  public:
-   /// Owns neither descriptor. `stop` may be -1: then a write waits for ever.
-   Output( int fd, int stop ) : fd_( fd ), stop_( stop ) {}
+   /// Owns neither descriptor. `stop` may be -1: then a write waits for ever. `failed` is called
+   /// once, at the first failure.
+   Output( int fd, int stop, std::function< void() > failed )
+      : fd_( fd ), stop_( stop ), failed_( std::move( failed ) ) {}
 
    /// Appends `text` and an end of line. Written at the latest by flush().
    void line( std::string_view text );
@@ -36,11 +40,13 @@ class Output {
    static constexpr std::size_t kEnough = 64 * 1024;
 
    void write( std::string_view text );
+   void fail( int error );
    /// Waits until `fd_` takes bytes; false after a failure.
    bool ready();
 
    int fd_;
    int stop_;
+   std::function< void() > failed_;
    int error_ = 0;
    std::string pending_;
 };

@@ -33,16 +33,16 @@ class EventLoopTest : public testing::Test {
 };
 
 TEST_F( EventLoopTest, ATaskThatWaitsIsRun ) {
-   const auto once = task( [this]( Work & ) { loop_.stop( 0 ); } );
+   const auto once = task( [this]( Work & ) { loop_.stop(); } );
    once->scheduleTask();
-   EXPECT_EQ( loop_.run(), 0 );
+   loop_.run();
    EXPECT_EQ( once->taskRuns(), 1U );
 }
 
 TEST_F( EventLoopTest, EveryWaitingTaskIsRun ) {
    int runs = 0;
    const auto count = [&]( Work & ) {
-      if ( ++runs == 3 ) { loop_.stop( 0 ); }
+      if ( ++runs == 3 ) { loop_.stop(); }
    };
    const auto a = task( count );
    const auto b = task( count );
@@ -59,7 +59,7 @@ TEST_F( EventLoopTest, OtherWorkHasItsTurnBetweenTwoRuns ) {
       if ( order.size() < 6 ) { self.scheduleTask(); }
       loop_.post( [&] {
          order += 'p';
-         if ( order.size() >= 6 ) { loop_.stop( 0 ); }
+         if ( order.size() >= 6 ) { loop_.stop(); }
       } );
    } );
    busy->scheduleTask();
@@ -68,7 +68,7 @@ TEST_F( EventLoopTest, OtherWorkHasItsTurnBetweenTwoRuns ) {
 }
 
 TEST_F( EventLoopTest, ATaskScheduledByPostedWorkIsRun ) {
-   const auto late = task( [this]( Work & ) { loop_.stop( 0 ); } );
+   const auto late = task( [this]( Work & ) { loop_.stop(); } );
    loop_.post( [&] { late->scheduleTask(); } );
    loop_.run();
    EXPECT_EQ( late->taskRuns(), 1U );
@@ -80,14 +80,14 @@ TEST_F( EventLoopTest, AnotherThreadGetsTheLockHoweverBusyTheLoopIs ) {
    std::thread client( [&] {
       const velo::sdk_scoped_lock lock;
       EXPECT_FALSE( busy->taskCurrentlyRunning() );
-      loop_.stop( 0 );
+      loop_.stop();
    } );
-   EXPECT_EQ( loop_.run(), 0 );
+   loop_.run();
    client.join();
 }
 
 TEST_F( EventLoopTest, AnotherThreadMayScheduleUnderTheLock ) {
-   const auto once = task( [this]( Work & ) { loop_.stop( 0 ); } );
+   const auto once = task( [this]( Work & ) { loop_.stop(); } );
    std::thread client( [&] {
       const velo::sdk_scoped_lock lock;
       once->scheduleTask();
@@ -97,12 +97,15 @@ TEST_F( EventLoopTest, AnotherThreadMayScheduleUnderTheLock ) {
    EXPECT_EQ( once->taskRuns(), 1U );
 }
 
-TEST_F( EventLoopTest, TheFirstStopDecidesTheCode ) {
-   loop_.post( [this] {
-      loop_.stop( 3 );
-      loop_.stop( 0 );
+TEST_F( EventLoopTest, NothingIsRunAfterTheStop ) {
+   bool late = false;
+   loop_.post( [&] {
+      loop_.stop();
+      loop_.stop();
    } );
-   EXPECT_EQ( loop_.run(), 3 );
+   loop_.post( [&] { late = true; } );
+   loop_.run();
+   EXPECT_FALSE( late );
 }
 
 TEST_F( EventLoopTest, AReadableDescriptorEndsItAndStaysReadable ) {
@@ -110,17 +113,21 @@ TEST_F( EventLoopTest, AReadableDescriptorEndsItAndStaysReadable ) {
    ASSERT_EQ( ::pipe( pipe ), 0 );
    loop_.stopWhenReadable( pipe[0] );
    ASSERT_EQ( ::write( pipe[1], "x", 1 ), 1 );
-   EXPECT_EQ( loop_.run(), 0 );
+   loop_.run();
    char byte = 0;
    EXPECT_EQ( ::read( pipe[0], &byte, 1 ), 1 );
    ::close( pipe[0] );
    ::close( pipe[1] );
 }
 
-TEST_F( EventLoopTest, WhatARunThrowsComesOutOfTheLoop ) {
+TEST_F( EventLoopTest, WhatARunThrowsComesOutAndTheOthersAreRunAfterwards ) {
    const auto broken = task( []( Work & ) { throw std::runtime_error( "broken" ); } );
+   const auto sound = task( [this]( Work & ) { loop_.stop(); } );
    broken->scheduleTask();
+   sound->scheduleTask();
    EXPECT_THROW( loop_.run(), std::runtime_error );
+   loop_.run();
+   EXPECT_EQ( sound->taskRuns(), 1U );
 }
 
 } // namespace

@@ -41,7 +41,10 @@ class OutputTest : public testing::Test {
 
    int data_[2];
    int stop_[2];
-   Output output() { return { data_[1], stop_[0] }; }
+   Output output() {
+      return { data_[1], stop_[0], [this] { ++failures_; } };
+   }
+   int failures_ = 0;
 };
 
 TEST_F( OutputTest, LinesArriveWhenFlushed ) {
@@ -69,13 +72,16 @@ TEST_F( OutputTest, AReaderThatLeftIsAnErrorAndNothingMoreIsWritten ) {
    out.line( "two" );
    out.flush();
    EXPECT_EQ( out.error(), EPIPE );
+   EXPECT_EQ( failures_, 1 ) << "told once";
 }
 
 TEST_F( OutputTest, AFileThatCannotBeWrittenIsAnError ) {
-   Output out( ::open( "/dev/full", O_WRONLY ), -1 );
+   bool failed = false;
+   Output out( ::open( "/dev/full", O_WRONLY ), -1, [&failed] { failed = true; } );
    out.line( "one" );
    out.flush();
    EXPECT_EQ( out.error(), ENOSPC );
+   EXPECT_TRUE( failed );
 }
 
 TEST_F( OutputTest, ASleepingReaderCannotHoldUpTheEnd ) {

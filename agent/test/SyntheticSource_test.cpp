@@ -42,7 +42,7 @@ class SyntheticSourceTest : public testing::Test, public SourceListener {
 
 TEST_F( SyntheticSourceTest, ThePopulationComesInPortionsEachAfterTheLastIsApplied ) {
    run( { .policies = 50, .classes = 500, .changesPerSecond = 0 }, [this] {
-      if ( found_ == 25'000 ) { loop_.stop( 0 ); }
+      if ( found_ == 25'000 ) { loop_.stop(); }
       applied();
    } );
    EXPECT_EQ( portions_, 3U );
@@ -51,13 +51,13 @@ TEST_F( SyntheticSourceTest, ThePopulationComesInPortionsEachAfterTheLastIsAppli
 
 TEST_F( SyntheticSourceTest, NothingComesBeforeTheAnswer ) {
    run( { .policies = 50, .classes = 500, .changesPerSecond = 0 },
-        [this] { loop_.post( [this] { loop_.stop( 0 ); } ); } );
+        [this] { loop_.post( [this] { loop_.stop(); } ); } );
    EXPECT_EQ( portions_, 1U );
 }
 
 TEST_F( SyntheticSourceTest, AfterThePopulationChangesComeWithTime ) {
    run( { .policies = 2, .classes = 3, .changesPerSecond = 1'000'000, .churnPercent = 0 }, [this] {
-      if ( found_ > 1'000 ) { loop_.stop( 0 ); }
+      if ( found_ > 1'000 ) { loop_.stop(); }
       applied();
    } );
    EXPECT_GT( portions_, 1U );
