@@ -1,13 +1,12 @@
 #include "agent/nftables/NftTable.h"
 
+#include "agent/nftables/NftProbe.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <linux/netlink.h>
 #include <nftables/libnftables.h>
 #include <nlohmann/json.hpp>
-#include <sys/socket.h>
-#include <unistd.h>
 #include <utility>
 
 namespace VeloAgent {
@@ -15,16 +14,6 @@ namespace VeloAgent {
 namespace {
 
 using nlohmann::json;
-
-/// libnftables ends the process when it gets no netlink socket, so we ask first.
-void checkNetlinkSocket() {
-   const int fd = ::socket( AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_NETFILTER );
-   if ( fd < 0 ) {
-      throw NftReadError( std::string( "the kernel gives no netfilter socket: " ) +
-                          std::strerror( errno ) );
-   }
-   ::close( fd );
-}
 
 std::string firstLine( std::string_view text ) {
    return std::string( text.substr( 0, text.find( '\n' ) ) );
@@ -46,7 +35,7 @@ NftNoSuchTable::NftNoSuchTable( const NftTableName & name, std::vector< std::str
 void NftTable::ContextFree::operator()( nft_ctx * context ) const { nft_ctx_free( context ); }
 
 NftTable::NftTable( NftTableName name ) : name_( std::move( name ) ) {
-   checkNetlinkSocket();
+   probeNetfilter();
    context_.reset( nft_ctx_new( NFT_CTX_DEFAULT ) );
    if ( !context_ || nft_ctx_buffer_output( context_.get() ) != 0 ||
         nft_ctx_buffer_error( context_.get() ) != 0 ) {

@@ -53,7 +53,7 @@ class NftNoSuchTable : public NftReadError {
 
 class NftTable {
  public:
-   /// Throws NftReadError where the kernel offers no netfilter socket.
+   /// Throws NftReadError or NftPermissionError where the kernel does not let this process ask.
    explicit NftTable( NftTableName name );
 
    const NftTableName & name() const { return name_; }

@@ -1,0 +1,142 @@
+#include "agent/Agent.h"
+
+#include "VeloSdkRpc/PbrCountersMgr.h"
+#include "agent/EventLoop.h"
+#include "agent/JsonLineFormat.h"
+#include "agent/Output.h"
+#include "agent/StopSignals.h"
+#include "agent/StreamFrontend.h"
+#include "agent/SyntheticSource.h"
+#include "agent/TextLineFormat.h"
+#include "agent/TreeWriter.h"
+#include "agent/nftables/NftSource.h"
+
+#include <asio/steady_timer.hpp>
+#include <cerrno>
+#include <cstring>
+#include <memory>
+#include <stdexcept>
+
+namespace VeloAgent {
+
+namespace {
+
+const Lumo::String kMountPath = "policyMap/counters/pbr";
+
+/// The scheduler of this agent is the one that everybody finds, for as long as the agent runs.
+class ProcessScheduler {
+ public:
+   ProcessScheduler() : scheduler_( Lumo::makeNode< Oru::TaskScheduler >() ) {
+      Oru::TaskSchedulerRoot::schedulerIs( scheduler_ );
+   }
+   ~ProcessScheduler() { Oru::TaskSchedulerRoot::schedulerIs( nullptr ); }
+   ProcessScheduler( const ProcessScheduler & ) = delete;
+   ProcessScheduler & operator=( const ProcessScheduler & ) = delete;
+
+   const Lumo::Ptr< Oru::TaskScheduler > & operator*() const { return scheduler_; }
+
+ private:
+   Lumo::Ptr< Oru::TaskScheduler > scheduler_;
+};
+
+std::unique_ptr< LineFormat > formatFor( const Options & options ) {
+   if ( options.format == OutputFormat::text ) { return std::make_unique< TextLineFormat >(); }
+   return std::make_unique< JsonLineFormat >();
+}
+
+class Agent final : public SourceListener {
+ public:
+   Agent( const Options & options, const StopSignals & stopSignals, int outputFd );
+
+   void run();
+
+ private:
+   std::unique_ptr< Source > sourceFor( const Options & options );
+   void mount();
+
+   void changesFound( CounterChanges changes ) override { writer_->apply( std::move( changes ) ); }
+   void sourceFailed( const std::string & what, std::chrono::milliseconds retryIn ) override {
+      tell( format_->sourceError( what, retryIn ) );
+   }
+   void sourceRecovered() override { tell( format_->sourceRecovered() ); }
+   void noted( const std::string & what ) override { tell( format_->note( what ) ); }
+   void tell( const std::string & line ) {
+      output_.line( line );
+      output_.flush();
+   }
+
+   const Options & options_;
+   const std::unique_ptr< LineFormat > format_;
+   const ProcessScheduler scheduler_;
+   EventLoop loop_;
+   Output output_;
+
+   const Lumo::Ptr< TreeWriter::Root > root_;
+   const Lumo::Ptr< QuonSharedMem::EntityManager > sharedMemEntities_;
+   velo::mount_mgr mounts_;
+   VeloSdkRpc::PbrPolicyCountersMgr manager_;
+
+   const Lumo::Ptr< StreamFrontend > frontend_;
+   const Lumo::Ptr< TreeWriter > writer_;
+   const std::unique_ptr< Source > source_;
+};
+
+Agent::Agent( const Options & options, const StopSignals & stopSignals, int outputFd )
+   : options_( options ),
+     format_( formatFor( options ) ),
+     loop_( *scheduler_ ),
+     output_( outputFd, stopSignals.fd(), [this] { loop_.stop(); } ),
+     root_( Lumo::makeNode< TreeWriter::Root >() ),
+     sharedMemEntities_( Lumo::makeNode< QuonSharedMem::EntityManager >() ),
+     mounts_( Lumo::makeNode< Keldb::EntityManager >(), sharedMemEntities_ ),
+     manager_( &mounts_ ),
+     frontend_( Lumo::makeNode< StreamFrontend >( *format_, output_ ) ),
+     writer_( Lumo::makeNode< TreeWriter >(
+        *scheduler_, root_, [this] { source_->changesApplied(); },
+        [this]( const std::string & what ) { noted( what ); } ) ),
+     source_( sourceFor( options ) ) {
+   loop_.stopWhenReadable( stopSignals.fd() );
+   if ( options.maxRecords ) {
+      frontend_->maxRecordsAre( *options.maxRecords, [this] { loop_.stop(); } );
+   }
+}
+
+std::unique_ptr< Source > Agent::sourceFor( const Options & options ) {
+   if ( options.source == SourceKind::nftables ) {
+      return std::make_unique< NftSource >( loop_, *this, options.table, options.interval );
+   }
+   return std::make_unique< SyntheticSource >( loop_, *this, options.synthetic );
+}
+
+void Agent::mount() {
+   sharedMemEntities_->entityIs( kMountPath, root_ );
+   mounts_.mountAll();
+   manager_.startWatching( frontend_ );
+}
+
+void Agent::run() {
+   asio::steady_timer end( loop_.context() );
+   {
+      const velo::sdk_scoped_lock lock;
+      mount();
+      source_->start();
+      if ( options_.duration ) {
+         end.expires_after( *options_.duration );
+         end.async_wait( [this]( const std::error_code & ) { loop_.stop(); } );
+      }
+   }
+   loop_.run();
+   output_.flush();
+   if ( output_.error() != 0 && output_.error() != ECANCELED ) {
+      throw std::runtime_error( std::string( "cannot write to standard output: " ) +
+                                std::strerror( output_.error() ) );
+   }
+}
+
+} // namespace
+
+void runAgent( const Options & options, const StopSignals & stopSignals, int outputFd ) {
+   Agent( options, stopSignals, outputFd ).run();
+}
+
+} // namespace VeloAgent

@@ -1,0 +1,21 @@
+/// The program put together:
+///
+///    source ──changes──► tree writer ──► mounted tree ──► manager ──► frontend ──lines──► output
+///             (a task, in slices)        policyMap/counters/pbr      (a task, in slices)
+///
+/// Owner      main()
+/// Thread     the thread that calls run(), which becomes the event loop's
+
+#pragma once
+
+#include "agent/Options.h"
+
+namespace VeloAgent {
+
+class StopSignals;
+
+/// Streams to `outputFd` until a signal, a bound of `options` or a failure of the output ends it.
+/// Throws std::exception where it cannot begin, or for the reason why it had to end.
+void runAgent( const Options & options, const StopSignals & stopSignals, int outputFd );
+
+} // namespace VeloAgent

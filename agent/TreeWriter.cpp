@@ -1,0 +1,93 @@
+#include "agent/TreeWriter.h"
+
+#include <utility>
+
+namespace VeloAgent {
+
+using PolicyMap::Counters::CountData;
+using PolicyMap::Counters::CountersData;
+using PolicyMap::Counters::PolicyMapCounters;
+using PolicyMap::Counters::PolicyMapKey;
+
+namespace {
+
+/// A policy map that has more classes than this loses them one by one before it goes itself, for
+/// its removal is one notification, and what that does is linear in its classes.
+constexpr std::size_t kRemovedAtOnce = 64;
+
+} // namespace
+
+TreeWriter::TreeWriter( const Lumo::Ptr< Oru::TaskScheduler > & scheduler,
+                        const Lumo::Ptr< Root > & root, std::function< void() > applied,
+                        std::function< void( const std::string & ) > failed )
+   : Oru::Task( scheduler, kPriority, "CounterTreeWriter" ),
+     root_( root ),
+     applied_( std::move( applied ) ),
+     failed_( std::move( failed ) ) {}
+
+void TreeWriter::apply( CounterChanges changes ) {
+   changes_ = std::move( changes );
+   next_ = 0;
+   scheduleTask();
+}
+
+void TreeWriter::taskRun() {
+   while ( next_ < changes_.size() ) {
+      tryStep();
+      if ( !unfinished_ ) { ++next_; }
+      taskWorkCountInc( 1 );
+      if ( next_ < changes_.size() && taskShouldYield() ) {
+         taskWorkPendingIs( changes_.size() - next_ );
+         scheduleTask();
+         return;
+      }
+   }
+   taskWorkPendingIs( 0 );
+   changes_.clear();
+   applied_();
+}
+
+/// Exceptions of those who watch the tree arrive here, after the change was made; and a name may be
+/// too long for the tree. Neither is a reason to stop the stream.
+void TreeWriter::tryStep() {
+   unfinished_ = false;
+   try {
+      std::visit( [this]( const auto & change ) { step( change ); }, changes_[next_] );
+   } catch ( const std::exception & error ) { failed_( error.what() ); }
+}
+
+void TreeWriter::step( const CountersSet & set ) {
+   const PolicyMapKey key( set.policy );
+   PolicyMapCounters * policyMap = root_->policyMapCountersMutable( key );
+   if ( !policyMap ) {
+      root_->policyMapCountersIs( key, Lumo::makeNode< PolicyMapCounters >( key ) );
+      policyMap = root_->policyMapCountersMutable( key );
+   }
+   const Lumo::String name( set.className );
+   const CountData counters( set.counters.packets, set.counters.bytes );
+   if ( CountersData * const present = policyMap->classCountersMutable( name ) ) {
+      present->countDataIs( counters );
+   } else {
+      policyMap->classCountersIs( name, Lumo::makeNode< CountersData >( name, counters ) );
+   }
+}
+
+void TreeWriter::step( const ClassRemoved & removed ) {
+   PolicyMapCounters * const policyMap =
+      root_->policyMapCountersMutable( PolicyMapKey( removed.policy ) );
+   if ( policyMap ) { policyMap->classCountersDel( removed.className ); }
+}
+
+void TreeWriter::step( const PolicyRemoved & removed ) {
+   const PolicyMapKey key( removed.policy );
+   PolicyMapCounters * const policyMap = root_->policyMapCountersMutable( key );
+   if ( policyMap && policyMap->classCounters().size() > kRemovedAtOnce ) {
+      unfinished_ = true;
+      const Lumo::String first = policyMap->classCounters().begin()->fwkKey();
+      policyMap->classCountersDel( first );
+   } else {
+      root_->policyMapCountersDel( key );
+   }
+}
+
+} // namespace VeloAgent
