@@ -8,17 +8,20 @@ namespace Quon::detail {
 
 namespace {
 
-constexpr std::array< HashLeaf, 65 > emptyLeaves() {
-   std::array< HashLeaf, 65 > leaves{};
+/// One per depth, and one behind them: a probe reads the 16 bytes after a leaf.
+constexpr std::array< HashLeaf, 66 > makeEmptyLeaves() {
+   std::array< HashLeaf, 66 > leaves{};
    for ( unsigned depth = 0; depth < leaves.size(); ++depth ) {
       leaves[depth].depth = static_cast< std::uint8_t >( depth );
    }
    return leaves;
 }
 
+constinit std::array< HashLeaf, 66 > emptyLeaves = makeEmptyLeaves();
+
 } // namespace
 
-constinit const std::array< HashLeaf, 65 > HashDirectory::kEmpty = emptyLeaves();
+constinit HashLeaf * const HashDirectory::kEmptyLeaves = emptyLeaves.data();
 
 HashDirectory::Page * HashDirectory::newPage( unsigned bits, unsigned prefix ) {
    const std::size_t bytes = sizeof( Page ) + ( ( std::size_t{ 1 } << bits ) - 1 ) * sizeof( Ref );

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <utility>
@@ -13,29 +12,33 @@ namespace Quon::detail {
 struct alignas( 16 ) HashLeaf {
    static constexpr std::uint8_t kUnsorted = 255;
 
-   std::uint64_t live = 0;    ///< Bit i: slot i holds an element.
-   std::uint8_t capacity = 0; ///< Slots; 0 in the shared empty leaves and in trees.
-   std::uint8_t depth = 0;    ///< Leading hash bits that all its elements share.
-   std::uint8_t ordered = 0;  ///< Elements in the order list, or kUnsorted.
-   std::uint8_t isTree = 0;   ///< Holds the elements of one single hash, by key.
-   std::uint8_t padding = 0;  ///< 16-byte units between the allocation and this.
+   std::uint64_t live : 48 = 0;   ///< Bit i: slot i holds an element.
+   std::uint64_t count : 8 = 0;   ///< How many bits of `live` are set.
+   std::uint64_t groups : 8 = 0;  ///< Groups of 16 tags; 0 in empty leaves and trees.
+   std::uint8_t capacity = 0;     ///< Slots; 0 likewise.
+   std::uint8_t depth = 0;        ///< Leading hash bits that all its elements share.
+   std::uint8_t ordered = 0;      ///< Elements in the order list, or kUnsorted.
+   bool isTree = false;           ///< Holds the elements of one single hash, by key.
+   std::uint8_t overflow[3] = {}; ///< Per group: kinds of hashes that are elsewhere too.
+   std::uint8_t padding = 0;      ///< 16-byte units between the allocation and this.
 };
+static_assert( sizeof( HashLeaf ) == 16 );
 
-/// Finds the leaf for a hash: a radix tree over the leading hash bits, at most 8 bits per page.
+/// Finds the leaf for a hash: a radix tree over the leading hash bits, at most 12 bits per page.
 ///
 ///    root ──► page, 4 slots ──► leaf depth 1 (two slots: 0x), leaf depth 2 (10),
 ///                               page, 2 slots (11) ──► leaves depth 3 (110), (111)
 ///
 /// A leaf of a page fills all the slots whose hashes it stands for, so that splitting it rewrites a
-/// few slots. A page whose leaves are as deep as the page itself doubles, up to 256 slots; beyond
-/// that a slot gets a page of its own. So growing never copies more than 256 slots at once, however
-/// many elements there are, and merging leaves undoes it in the same small steps.
+/// few slots. A page whose leaves are as deep as the page itself doubles, up to 4096 slots; beyond
+/// that a slot gets a page of its own. So growing never copies more than 4096 slots at once,
+/// however many elements there are, and merging leaves undoes it in the same small steps.
 ///
 /// Owns the pages, not the leaves.
 class HashDirectory {
  public:
    using Leaf = HashLeaf;
-   static constexpr unsigned kMaxPageBits = 8;
+   static constexpr unsigned kMaxPageBits = 12;
 
    HashDirectory() : root_( refOf( emptyLeaf( 0 ) ) ) {}
    HashDirectory( HashDirectory && other ) noexcept
@@ -46,7 +49,7 @@ class HashDirectory {
    }
 
    /// The one empty leaf of each depth that all collections share. Never written.
-   static Leaf * emptyLeaf( unsigned depth ) { return const_cast< Leaf * >( &kEmpty[depth] ); }
+   static Leaf * emptyLeaf( unsigned depth ) { return kEmptyLeaves + depth; }
 
    Leaf * leafOf( std::uint64_t hash ) const {
       Ref ref = root_;
@@ -60,7 +63,7 @@ class HashDirectory {
    /// `with` takes the place of the leaf of the same depth for `hash`.
    VELO_PLATFORM_EXPORT void replace( std::uint64_t hash, Leaf * with );
    /// Two leaves take the place of the leaf for `hash`; one of them may be that leaf itself. Sets
-   /// their depth, one bit more. At most 256 slots move.
+   /// their depth, one bit more. At most 4096 slots move.
    VELO_PLATFORM_EXPORT void divide( std::uint64_t hash, Leaf * zero, Leaf * one );
    /// The leaf that differs from that of `hash` in the last bit of its depth only; null if there
    /// is none of the same depth.
@@ -99,7 +102,7 @@ class HashDirectory {
       unsigned last = 0;
    };
 
-   VELO_PLATFORM_EXPORT static const std::array< Leaf, 65 > kEmpty;
+   VELO_PLATFORM_EXPORT static Leaf * const kEmptyLeaves;
 
    static Page * pageOf( Ref ref ) { return reinterpret_cast< Page * >( ref & ~kBitsMask ); }
    static Ref refOf( const Leaf * leaf ) { return reinterpret_cast< Ref >( leaf ); }

@@ -31,12 +31,16 @@ inline std::uint64_t matchTags16( const std::uint8_t * tags, std::uint8_t tag ) 
 
 /// Up to 48 elements in one allocation, found by a byte of their hash.
 ///
-///    | live, capacity, depth ... | tag per slot | order list | element per slot |
-///      16 bytes                    1 byte each    1 byte each
+///    | live, count, depth ... | tag per slot, 0: free | element per slot | order list |
+///      16 bytes                 1 byte, whole groups                       1 byte each
 ///
 /// Header and tags of a full-grown segment are one cache line, and a look-up touches that line and
-/// the element's. Elements stay in their slots: deleting leaves a hole, sorting writes the order
-/// list only. They move when the segment grows, shrinks, splits or merges.
+/// the element's. An element goes to the group of 16 slots that its hash names, so that one
+/// comparison of 16 tags finds it; where the group is full it goes to another one, and a bit in the
+/// header tells look-ups of its kind to look there too.
+///
+/// Elements stay in their slots: deleting leaves a hole, sorting writes the order list only. They
+/// move when the segment grows, shrinks, splits or merges.
 template< class Node >
 class HashSegment : public HashLeaf {
  public:
@@ -52,6 +56,8 @@ class HashSegment : public HashLeaf {
          aligned ? ( 0 - reinterpret_cast< std::uintptr_t >( raw ) ) % kCacheLine : 0;
       HashSegment * const segment = new ( raw + off ) HashSegment;
       segment->capacity = static_cast< std::uint8_t >( capacity );
+      segment->groups = groupsFor( capacity );
+      std::memset( segment->tags(), 0, 16 * groupsFor( capacity ) );
       segment->depth = static_cast< std::uint8_t >( depth );
       segment->padding = static_cast< std::uint8_t >( off / 16 );
       return segment;
@@ -64,62 +70,61 @@ class HashSegment : public HashLeaf {
    }
    void destroyElements() {
       eachLive( [this]( unsigned slot ) { std::destroy_at( at( slot ) ); } );
-      live = 0;
    }
 
-   unsigned count() const { return static_cast< unsigned >( std::popcount( live ) ); }
-   bool isFull() const { return live == ( ~std::uint64_t{ 0 } >> ( 64 - capacity ) ); }
+   bool isFull() const { return count == capacity; }
 
    std::uint8_t * tags() { return reinterpret_cast< std::uint8_t * >( this + 1 ); }
    const std::uint8_t * tags() const {
       return reinterpret_cast< const std::uint8_t * >( this + 1 );
    }
-   std::uint8_t * order() { return tags() + capacity; }
+   std::uint8_t * order() { return reinterpret_cast< std::uint8_t * >( elements() + capacity ); }
    Node * elements() {
       return reinterpret_cast< Node * >( reinterpret_cast< char * >( this ) +
-                                         elementsOffset( capacity ) );
+                                         elementsOffset( groups ) );
    }
    Node * at( unsigned slot ) { return elements() + slot; }
 
-   static std::uint8_t tagOf( std::uint64_t hash ) { return static_cast< std::uint8_t >( hash ); }
-
-   /// The live slots whose tag is that of `hash`.
-   std::uint64_t candidates( std::uint64_t hash ) const {
-      const std::uint8_t tag = tagOf( hash );
-      std::uint64_t found = 0;
-      if ( capacity >= 32 ) { // bytes behind the tags are ours too, and `live` hides them
-         found = matchTags16( tags(), tag ) | matchTags16( tags() + 16, tag ) << 16 |
-                 matchTags16( tags() + 32, tag ) << 32;
-      } else {
-         for ( unsigned i = 0; i < capacity; i += 16 ) {
-            found |= matchTags16( tags() + i, tag ) << i;
-         }
-      }
-      return found & live;
+   /// The group of 16 slots that an element with this hash prefers.
+   unsigned homeOf( std::uint64_t hash ) const {
+      return static_cast< unsigned >( ( hash >> 8 & 0xffff ) * groups >> 16 );
    }
 
-   /// A free slot, marked as live with the tag of `hash`; the element must be made there at once.
-   unsigned takeSlot( std::uint64_t hash ) {
-      const unsigned slot = static_cast< unsigned >( std::countr_one( live ) );
+   /// The slots of one group whose tag is that of `hash`, as bits 0 to 15.
+   std::uint64_t candidates( std::uint64_t hash, unsigned group ) const {
+      return matchTags16( tags() + 16 * group, tagOf( hash ) );
+   }
+
+   /// Whether elements like this may be in another group than their own.
+   bool mayBeElsewhere( std::uint64_t hash, unsigned home ) const {
+      return overflow[home] & kindOf( hash );
+   }
+
+   /// The slot for a new element. There must be one.
+   unsigned freeSlot( std::uint64_t hash ) const {
+      const std::uint64_t free = ~live & ( ~std::uint64_t{ 0 } >> ( 64 - capacity ) );
+      const unsigned base = 16 * homeOf( hash );
+      const std::uint64_t atHome = free >> base & 0xffff;
+      return atHome ? base + static_cast< unsigned >( std::countr_zero( atHome ) )
+                    : static_cast< unsigned >( std::countr_zero( free ) );
+   }
+   /// The element that was made in this free slot counts from now on.
+   void addSlot( unsigned slot, std::uint64_t hash ) {
       live |= std::uint64_t{ 1 } << slot;
+      ++count;
       tags()[slot] = tagOf( hash );
       ordered = kUnsorted;
-      return slot;
+      const unsigned home = homeOf( hash );
+      if ( slot / 16 != home ) { overflow[home] |= kindOf( hash ); }
    }
-
-   /// Takes the slot out of the mask and of the order list, and returns its place in that list
-   /// (capacity if the list is not kept). The element is the caller's.
-   unsigned dropSlot( unsigned slot ) {
+   /// The element counts no more. It stays in the order list, which is skipped by `isLive`.
+   void dropSlot( unsigned slot ) {
       live &= ~( std::uint64_t{ 1 } << slot );
-      if ( ordered == kUnsorted ) { return capacity; }
-      std::uint8_t * const list = order();
-      const auto * const found =
-         static_cast< std::uint8_t * >( std::memchr( list, static_cast< int >( slot ), ordered ) );
-      const unsigned position = static_cast< unsigned >( found - list );
-      --ordered;
-      std::memmove( list + position, list + position + 1, ordered - position );
-      return position;
+      --count;
+      tags()[slot] = 0;
    }
+   void clearOverflow() { std::memset( overflow, 0, sizeof overflow ); }
+   bool isLive( unsigned slot ) const { return live >> slot & 1; }
 
    template< class F >
    void eachLive( F f ) const {
@@ -129,22 +134,27 @@ class HashSegment : public HashLeaf {
    }
 
    static std::size_t bytesFor( unsigned capacity ) {
-      const std::size_t all = elementsOffset( capacity ) + capacity * sizeof( Node );
-      const std::size_t probed = sizeof( HashLeaf ) + ( capacity + 15u ) / 16 * 16;
-      return all > probed ? all : probed;
+      return elementsOffset( groupsFor( capacity ) ) + capacity * ( sizeof( Node ) + 1 );
    }
 
  private:
+   static std::uint8_t tagOf( std::uint64_t hash ) {
+      const auto tag = static_cast< std::uint8_t >( hash );
+      return tag + ( tag == 0 ); // 0 marks a free slot
+   }
+   static std::uint8_t kindOf( std::uint64_t hash ) {
+      return static_cast< std::uint8_t >( 1u << ( hash >> 24 & 7 ) );
+   }
+
    static_assert( alignof( Node ) <= alignof( HashLeaf ) );
    static constexpr std::size_t kCacheLine = 64;
 
-   static std::size_t elementsOffset( unsigned capacity ) {
-      constexpr std::size_t alignment = alignof( Node );
-      return ( sizeof( HashLeaf ) + 2 * std::size_t{ capacity } + alignment - 1 ) &
-             ~( alignment - 1 );
+   static constexpr unsigned groupsFor( unsigned capacity ) { return ( capacity + 15 ) / 16; }
+   static constexpr std::size_t elementsOffset( unsigned groups ) {
+      return sizeof( HashLeaf ) + 16 * std::size_t{ groups };
    }
    static unsigned capacityFor( unsigned wanted ) {
-      for ( const unsigned capacity : { 1u, 2u, 4u, 6u, 8u, 12u, 16u, 24u, 32u } ) {
+      for ( const unsigned capacity : { 1u, 2u, 4u, 6u, 8u, 12u, 16u, 32u } ) {
          if ( wanted <= capacity ) { return capacity; }
       }
       return kMaxCapacity;

@@ -63,7 +63,8 @@ class HashStore {
    }
    template< class P >
    Node * findMutable( const P & probe ) const {
-      return locate( probe ).node;
+      const std::uint64_t hash = hashOf( probe );
+      return findIn( directory_.leafOf( hash ), hash, probe );
    }
 
    /// Where an element is: its segment, or its tree.
@@ -79,15 +80,17 @@ class HashStore {
       Place place;
       place.hash = hashOf( probe );
       place.leaf = directory_.leafOf( place.hash );
-      Segment & segment = *segmentOf( place.leaf );
-      for ( std::uint64_t rest = segment.candidates( place.hash ); rest != 0; rest &= rest - 1 ) {
-         Node * const node = segment.at( static_cast< unsigned >( std::countr_zero( rest ) ) );
-         if ( Traits::isEq( node->fwkKey(), probe ) ) [[likely]] {
-            place.node = node;
-            return place;
+      if ( place.leaf->isTree ) [[unlikely]] {
+         if ( treeOf( place.leaf )->hash == place.hash ) {
+            auto & elements = treeOf( place.leaf )->elements;
+            place.inTree = elements.find( probe );
+            if ( place.inTree != elements.end() ) {
+               place.node = &Tree::mutableElement( *place.inTree );
+            }
          }
+      } else {
+         place.node = findIn( place.leaf, place.hash, probe );
       }
-      if ( place.leaf->isTree ) [[unlikely]] { locateInTree( place, probe ); }
       return place;
    }
    static Node & at( const Place & place ) { return *place.node; }
@@ -111,9 +114,11 @@ class HashStore {
       }
       Segment & segment = *segmentOf( place.leaf );
       std::destroy_at( place.node );
-      dropSlot( segment, place.node, watchers );
-      const unsigned left = segment.count();
-      if ( asksNeighbour( left ) || left * 4 <= segment.capacity ) { tidy( place.hash, watchers ); }
+      dropSlot( segment, place.node );
+      const unsigned left = segment.count;
+      if ( asksNeighbour( left ) || isSparse( left, segment.capacity ) ) {
+         tidy( place.hash, watchers );
+      }
    }
 
    /// Takes out the elements from `from` and before `to` (or to either end). O(taken).
@@ -138,25 +143,28 @@ class HashStore {
    /// To the element after the one that `c` stands on, or stood on before it was deleted.
    void next( Where & c ) const {
       Segment & segment = *segmentOf( static_cast< HashLeaf * >( c.leaf ) );
-      if ( ++c.at < static_cast< int >( segment.ordered ) ) [[likely]] {
-         c.node = segment.at( segment.order()[c.at] );
-         prefetch( c );
-      } else {
-         leaveLeaf( c, segment.depth, hashOf( c.node->fwkKey() ) );
+      while ( ++c.at < static_cast< int >( segment.ordered ) ) {
+         const unsigned slot = segment.order()[c.at];
+         if ( segment.isLive( slot ) ) [[likely]] {
+            c.node = segment.at( slot );
+            prefetch( c );
+            return;
+         }
       }
+      leaveLeaf( c, segment.depth, hashOf( c.node->fwkKey() ) );
    }
 
  private:
    /// Two neighbours become one when together they have no more than this.
-   static constexpr unsigned kMergeMax = 20;
+   static constexpr unsigned kMergeMax = 12;
    /// Free slots in the halves of a divided segment, and in one that fills an empty place.
    static constexpr unsigned kHalfHeadroom = 4;
    static constexpr unsigned kFreshCapacity = 4;
 
-   /// On the way down a segment asks its neighbour at sizes 8, 4, 2, 1 and 0 only: asking costs a
-   /// cache miss.
-   static constexpr bool asksNeighbour( unsigned count ) {
-      return count <= 8 && ( count & ( count - 1 ) ) == 0;
+   /// On the way down a segment asks its neighbour at these sizes only: asking costs a cache miss.
+   static constexpr bool asksNeighbour( unsigned count ) { return count == 0 || count == 2; }
+   static constexpr bool isSparse( unsigned count, unsigned capacity ) {
+      return count * 8 <= capacity && count != 0;
    }
 
    template< class P >
@@ -165,35 +173,58 @@ class HashStore {
    }
    static Segment * segmentOf( HashLeaf * leaf ) { return static_cast< Segment * >( leaf ); }
    static Tree * treeOf( HashLeaf * leaf ) { return static_cast< Tree * >( leaf ); }
-   static unsigned countOf( HashLeaf * leaf ) { return segmentOf( leaf )->count(); }
+   static unsigned countOf( HashLeaf * leaf ) { return static_cast< unsigned >( leaf->count ); }
 
    template< class P >
-   static void locateInTree( Place & place, const P & probe ) {
-      Tree & tree = *treeOf( place.leaf );
-      if ( tree.hash != place.hash ) { return; }
-      place.inTree = tree.elements.find( probe );
-      if ( place.inTree != tree.elements.end() ) {
-         place.node = &Tree::mutableElement( *place.inTree );
+   static Node * findIn( HashLeaf * leaf, std::uint64_t hash, const P & probe ) {
+      Segment & segment = *segmentOf( leaf );
+      const unsigned home = segment.homeOf( hash );
+      if ( Node * const node = findInGroup( segment, home, hash, probe ) ) { return node; }
+      if ( !segment.mayBeElsewhere( hash, home ) ) [[likely]] { return nullptr; }
+      return findElsewhere( leaf, home, hash, probe );
+   }
+   template< class P >
+   static Node * findInGroup( Segment & segment, unsigned group, std::uint64_t hash,
+                              const P & probe ) {
+      std::uint64_t rest = segment.candidates( hash, group );
+      for ( ; rest != 0; rest &= rest - 1 ) {
+         Node * const node =
+            segment.at( 16 * group + static_cast< unsigned >( std::countr_zero( rest ) ) );
+         if ( Traits::isEq( node->fwkKey(), probe ) ) [[likely]] { return node; }
       }
+      return nullptr;
+   }
+   template< class P >
+   [[gnu::noinline]] static Node * findElsewhere( HashLeaf * leaf, unsigned home,
+                                                  std::uint64_t hash, const P & probe ) {
+      if ( leaf->isTree ) {
+         Tree & tree = *treeOf( leaf );
+         if ( tree.hash != hash ) { return nullptr; }
+         const auto at = tree.elements.find( probe );
+         return at == tree.elements.end() ? nullptr : &Tree::mutableElement( *at );
+      }
+      for ( unsigned group = 0; group < leaf->groups; ++group ) {
+         if ( group == home ) { continue; }
+         if ( Node * const node = findInGroup( *segmentOf( leaf ), group, hash, probe ) ) {
+            return node;
+         }
+      }
+      return nullptr;
    }
 
    template< class Make >
    Node * fillSlot( Segment & segment, std::uint64_t hash, Watchers watchers, Make make ) {
-      // Made before the slot counts, so that a throwing `make` leaves nothing behind.
-      Node * const node = segment.at( static_cast< unsigned >( std::countr_one( segment.live ) ) );
-      new ( node ) Node( make() );
-      segment.takeSlot( hash );
+      const unsigned slot = segment.freeSlot( hash );
+      Node * const node = segment.at( slot );
+      new ( node ) Node( make() ); // may throw: the slot does not count yet
+      segment.addSlot( slot, hash );
       ++size_;
       forgetPlaces( &segment, watchers );
       return node;
    }
-   void dropSlot( Segment & segment, const Node * node, Watchers watchers ) {
-      const auto slot = static_cast< unsigned >( node - segment.elements() );
-      const int position = static_cast< int >( segment.dropSlot( slot ) );
+   void dropSlot( Segment & segment, const Node * node ) {
+      segment.dropSlot( static_cast< unsigned >( node - segment.elements() ) );
       --size_;
-      for ( Where * c = watchers; c; c = c->nextRegistered ) {
-         if ( c->leaf == &segment && c->at >= position ) { --c->at; }
-      }
    }
 
    static void forgetPlaces( HashLeaf * leaf, Watchers watchers ) {
@@ -227,9 +258,10 @@ class HashStore {
 
    // Changes of shape: HashStoreChanges.h
    Node * insertWithRoom( std::uint64_t hash, Watchers watchers, Node && fresh );
-   Node * moveNode( Node & from, Segment & to, std::uint64_t tag, Watchers watchers );
+   Node * moveNode( Node & from, Segment & to, std::uint64_t hash, Watchers watchers );
    void resize( Segment & segment, std::uint64_t hash, unsigned capacity, Watchers watchers );
    void divide( HashLeaf * leaf, std::uint64_t hash, Watchers watchers );
+   void bringHome( Segment & segment, const std::uint64_t * hashes, Watchers watchers );
    void divideOneSided( HashLeaf * leaf, std::uint64_t hash, bool one );
    void makeTree( Segment & segment, std::uint64_t hash, Watchers watchers );
    void eraseFromTree( const Place & place, Watchers watchers );

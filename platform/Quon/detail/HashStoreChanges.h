@@ -54,9 +54,11 @@ auto HashStore< K, V, Traits >::insertWithRoom( std::uint64_t hash, Watchers wat
 
 /// Moves an element into a free slot of `to`. Its old slot is left to the caller.
 template< class K, class V, class Traits >
-auto HashStore< K, V, Traits >::moveNode( Node & from, Segment & to, std::uint64_t tag,
+auto HashStore< K, V, Traits >::moveNode( Node & from, Segment & to, std::uint64_t hash,
                                           Watchers watchers ) -> Node * {
-   Node * const node = new ( to.at( to.takeSlot( tag ) ) ) Node( std::move( from ) );
+   const unsigned slot = to.freeSlot( hash );
+   Node * const node = new ( to.at( slot ) ) Node( std::move( from ) );
+   to.addSlot( slot, hash );
    std::destroy_at( &from );
    followNode( from, *node, watchers );
    return node;
@@ -68,19 +70,28 @@ void HashStore< K, V, Traits >::resize( Segment & segment, std::uint64_t hash, u
                                         Watchers watchers ) {
    Segment & other = *Segment::create( capacity, segment.depth );
    const auto move = [&]( unsigned slot ) {
-      moveNode( *segment.at( slot ), other, segment.tags()[slot], watchers );
+      Node & node = *segment.at( slot );
+      return moveNode( node, other, hashOf( node.fwkKey() ), watchers );
    };
    const unsigned ordered = segment.ordered;
    if ( ordered == HashLeaf::kUnsorted ) {
       segment.eachLive( move );
       forgetPlaces( &segment, watchers );
    } else {
+      unsigned n = 0;
       for ( unsigned i = 0; i < ordered; ++i ) {
-         move( segment.order()[i] );
-         other.order()[i] = static_cast< std::uint8_t >( i );
+         if ( const unsigned slot = segment.order()[i]; segment.isLive( slot ) ) {
+            const Node * const moved = move( slot );
+            other.order()[n++] = static_cast< std::uint8_t >( moved - other.elements() );
+         }
+         for ( Where * c = watchers; c; c = c->nextRegistered ) {
+            if ( c->leaf != &segment || c->at != static_cast< int >( i ) ) { continue; }
+            c->leaf = static_cast< HashLeaf * >( &other );
+            c->at = static_cast< int >( n ) - 1; // on it, or behind the last before it
+         }
       }
-      other.ordered = static_cast< std::uint8_t >( ordered );
-      for ( Where * c = watchers; c; c = c->nextRegistered ) {
+      other.ordered = static_cast< std::uint8_t >( n );
+      for ( Where * c = watchers; c; c = c->nextRegistered ) { // those before the first element
          if ( c->leaf == &segment ) { c->leaf = static_cast< HashLeaf * >( &other ); }
       }
    }
@@ -107,23 +118,40 @@ void HashStore< K, V, Traits >::divide( HashLeaf * leaf, std::uint64_t hash, Wat
       ones += ( hashes[slot] & bit ) != 0;
       same += hashes[slot] == hash;
    } );
-   const unsigned count = segment.count();
+   const unsigned count = segment.count;
    if ( same == count ) {
       makeTree( segment, hash, watchers );
    } else if ( ones == 0 || ones == count ) {
       divideOneSided( leaf, hash, ones != 0 );
    } else {
-      // Room for what is about to come: halves grow as a rule.
-      Segment * const zero = Segment::create( count - ones + kHalfHeadroom, depth );
-      Segment * const one = Segment::create( ones + kHalfHeadroom, depth );
+      // The zeros stay where they are. A little room for what is about to come.
+      Segment & other = *Segment::create( ones + kHalfHeadroom, depth );
       segment.eachLive( [&]( unsigned slot ) {
-         const std::uint64_t h = hashes[slot];
-         moveNode( *segment.at( slot ), ( h & bit ) ? *one : *zero, h, watchers );
+         if ( ( hashes[slot] & bit ) == 0 ) { return; }
+         segment.dropSlot( slot );
+         moveNode( *segment.at( slot ), other, hashes[slot], watchers );
       } );
+      bringHome( segment, hashes.data(), watchers );
       forgetPlaces( leaf, watchers );
-      directory_.divide( hash, zero, one );
-      Segment::release( leaf );
+      directory_.divide( hash, leaf, &other );
    }
+}
+
+/// Now that there is room, elements that had to go to another group return to their own.
+template< class K, class V, class Traits >
+void HashStore< K, V, Traits >::bringHome( Segment & segment, const std::uint64_t * hashes,
+                                           Watchers watchers ) {
+   segment.clearOverflow();
+   segment.eachLive( [&]( unsigned slot ) {
+      const unsigned home = segment.homeOf( hashes[slot] );
+      if ( slot / 16 == home ) { return; }
+      segment.dropSlot( slot );
+      if ( segment.freeSlot( hashes[slot] ) / 16 == home ) {
+         moveNode( *segment.at( slot ), segment, hashes[slot], watchers );
+      } else {
+         segment.addSlot( slot, hashes[slot] ); // no room there yet
+      }
+   } );
 }
 
 /// All elements stay in `leaf`, which now stands for one half; the other half is empty.
@@ -158,7 +186,7 @@ void HashStore< K, V, Traits >::eraseFromTree( const Place & place, Watchers wat
 }
 
 /// After deletions: an emptied leaf is given back, neighbours with few elements become one, and a
-/// segment that is three quarters empty shrinks. So scattered survivors keep little alive.
+/// segment that is all but empty shrinks. So scattered survivors keep little alive.
 template< class K, class V, class Traits >
 void HashStore< K, V, Traits >::tidy( std::uint64_t hash, Watchers watchers ) {
    for ( bool united = false;; ) {
@@ -177,7 +205,7 @@ void HashStore< K, V, Traits >::tidy( std::uint64_t hash, Watchers watchers ) {
          united = true;
          continue;
       }
-      if ( count != 0 && count * 4 <= leaf->capacity ) {
+      if ( isSparse( count, leaf->capacity ) ) {
          resize( *segmentOf( leaf ), hash, count + count / 2, watchers );
       }
       return;
@@ -204,7 +232,8 @@ bool HashStore< K, V, Traits >::uniteWithBuddy( HashLeaf * leaf, std::uint64_t h
    const auto into = [&]( Segment & to, HashLeaf * from ) {
       Segment & source = *segmentOf( from );
       source.eachLive( [&]( unsigned slot ) {
-         moveNode( *source.at( slot ), to, source.tags()[slot], watchers );
+         Node & node = *source.at( slot );
+         moveNode( node, to, hashOf( node.fwkKey() ), watchers );
       } );
       forgetPlaces( from, watchers );
       Segment::release( from );
@@ -265,10 +294,10 @@ void HashStore< K, V, Traits >::extractFrom( Segment & segment, const std::optio
       const K & key = node.fwkKey();
       if ( ( from && isBefore( key, *from ) ) || ( to && !isBefore( key, *to ) ) ) { return; }
       if ( !taken ) {
-         taken = Segment::create( segment.count(), 0 );
+         taken = Segment::create( segment.count, 0 );
          out.add( taken );
       }
-      dropSlot( segment, &node, watchers );
+      dropSlot( segment, &node );
       moveNode( node, *taken, 0, watchers );
    } );
 }

@@ -83,7 +83,9 @@ void HashStore< K, V, Traits >::enterFrom( Where & c, std::uint64_t hash ) const
       if ( leaf->live != 0 ) {
          Segment & segment = *segmentOf( leaf );
          if ( segment.ordered == HashLeaf::kUnsorted ) { sort( segment ); }
-         standIn( c, segment, 0, hash );
+         unsigned position = 0;
+         while ( !segment.isLive( segment.order()[position] ) ) { ++position; }
+         standIn( c, segment, position, hash );
          return;
       }
       if ( !nextHash( hash, leaf->depth ) ) {
@@ -125,17 +127,21 @@ void HashStore< K, V, Traits >::seek( Where & c, const P & key ) const {
    } else if ( leaf->live != 0 ) {
       Segment & segment = *segmentOf( leaf );
       if ( segment.ordered == HashLeaf::kUnsorted ) { sort( segment ); }
-      const std::uint8_t * const order = segment.order();
-      const std::uint8_t * const end = order + segment.ordered;
-      const auto * const at = std::partition_point( order, end, [&]( std::uint8_t slot ) {
-         const auto & other = segment.at( slot )->fwkKey();
+      // Deleted elements are still in the order list, but have no key to compare.
+      std::array< std::uint8_t, Segment::kMaxCapacity > positions;
+      auto end = positions.begin();
+      for ( std::uint8_t i = 0; i < segment.ordered; ++i ) {
+         if ( segment.isLive( segment.order()[i] ) ) { *end++ = i; }
+      }
+      const auto at = std::partition_point( positions.begin(), end, [&]( std::uint8_t i ) {
+         const auto & other = segment.at( segment.order()[i] )->fwkKey();
          const std::uint64_t otherHash = hashOf( other );
          if ( otherHash != hash ) { return otherHash < hash; }
          const auto compared = Traits::order( other, key );
          return behind ? compared <= 0 : compared < 0;
       } );
       if ( at != end ) {
-         standIn( c, segment, static_cast< unsigned >( at - order ), hash );
+         standIn( c, segment, *at, hash );
          return;
       }
    }

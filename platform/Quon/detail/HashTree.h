@@ -28,7 +28,8 @@ struct HashTree : HashLeaf {
 
    HashTree( std::uint64_t theHash, unsigned theDepth ) : hash( theHash ) {
       depth = static_cast< std::uint8_t >( theDepth );
-      isTree = 1;
+      isTree = true;
+      overflow[0] = 0xff; // sends every look-up that comes by to the elements
    }
 
    /// The set is ordered by the key alone, which nobody changes.

@@ -139,9 +139,13 @@ class KeyedCollection {
       if ( !place ) { return false; }
       ++version_;
       Node & node = store_.at( place );
-      park( node );
-      const Node gone( std::move( node ) );
-      store_.erase( place, iterators_ );
+      if ( iterators_ ) { park( node ); }
+      if constexpr ( std::is_trivially_destructible_v< Node > ) {
+         store_.erase( place, iterators_ );
+      } else {
+         const Node gone( std::move( node ) ); // dies when everything is in order again
+         store_.erase( place, iterators_ );
+      }
       return true;
    }
 
