@@ -1,11 +1,16 @@
 #pragma once
 
+#include "Lumo/Assert.h"
+
 namespace Lumo {
 
 /// A member of an intrusive ring: linked and unlinked in O(1) without allocation.
 ///
-/// A ring consists of its owner, which is always linked, and of members, each in one ring at most.
-/// A member leaves its ring when it is destroyed.
+/// Owner      each link belongs to the object it is a part of; a ring owns nothing
+/// Thread     one at a time, for the whole ring
+/// Invariant  a ring consists of its owner, which is always linked, and of members, each in one
+///            ring at most; a member leaves its ring when it is destroyed. The owner's destructor
+///            must find the ring empty, or empty it
 class Link {
  public:
    Link( const Link & ) = delete;
@@ -16,6 +21,7 @@ class Link {
 
    /// Joins the ring of `position`, in front of it: in front of the owner is the end of the ring.
    void linkBefore( Link & position ) {
+      LUMO_DEBUG_ASSERT( !linked() && position.linked() );
       next_ = &position;
       prev_ = position.prev_;
       prev_->next_ = this;

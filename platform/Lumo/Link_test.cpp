@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 
 #include "Lumo/Link.h"
+#include "Lumo/ThrowingAssertionHandler.h"
 
 namespace Lumo {
 namespace {
@@ -49,6 +50,17 @@ TEST( LinkTest, AMemberLeavesAnywhereAndMayJoinAgain ) {
    two.unlink();
    ring.append( two );
    EXPECT_THAT( ring.numbers(), ElementsAre( 1, 3, 2 ) );
+}
+
+TEST( LinkTest, AMemberIsInOneRingAtATime ) {
+   if ( !kDebugChecks ) { GTEST_SKIP() << "built without debug checks"; }
+   const ThrowingAssertionHandler assertions;
+   Ring ring, other;
+   Member one( 1 ), free( 2 );
+   ring.append( one );
+   EXPECT_THROW( other.append( one ), AssertionThrown );
+   EXPECT_THROW( Member( 3 ).linkBefore( free ), AssertionThrown );
+   EXPECT_THAT( ring.numbers(), ElementsAre( 1 ) );
 }
 
 TEST( LinkTest, ADestroyedMemberHasLeft ) {
