@@ -26,8 +26,9 @@ const Quon::TypeData & PbrCountersBacklog::typeData() const {
 }
 
 void PbrCountersBacklog::frontendIs( const Lumo::Ptr< PbrCountersFrontend > & frontend ) {
-   const Lumo::Ptr< PbrCountersFrontend > old = std::exchange( frontend_, frontend );
-   publisher()->publishChangeRecursive( kFrontend, nullptr, &old, old == frontend, &frontend );
+   const Lumo::Ptr< PbrCountersFrontend > now = frontend; // It may be our own, or go meanwhile.
+   const Lumo::Ptr< PbrCountersFrontend > old = std::exchange( frontend_, now );
+   publisher()->publishChangeRecursive( kFrontend, nullptr, &old, old == now, &now );
 }
 
 void PbrCountersBacklog::backlogIs( const PbrCounters & c ) {
@@ -67,12 +68,12 @@ void PbrCountersBacklog::processItem( std::uint64_t shortKey, const PbrCounters 
    PbrCountersEncodingFlags flags;
    flags.encodeLongKeyIs( table->isNovelKey( c.shortKey() ) );
    flags.deleteKeyIs( c.deletedKey() );
-   LUMO_TRACE( trace(), 7, "Processing short key {} with flags {}", c.shortKey(), flags );
-   if ( flags.encodeLongKey() && flags.deleteKey() ) {
-      LUMO_TRACE( trace(), 7, "coalesced a new key and a deleted key: ignoring" );
-      return;
-   }
    try {
+      LUMO_TRACE( trace(), 7, "Processing short key {} with flags {}", c.shortKey(), flags );
+      if ( flags.encodeLongKey() && flags.deleteKey() ) {
+         LUMO_TRACE( trace(), 7, "coalesced a new key and a deleted key: ignoring" );
+         return;
+      }
       consumer->appendItem( c, flags );
    } catch ( ... ) {
       if ( flags.encodeLongKey() ) { table->novelKeyIs( shortKey ); }

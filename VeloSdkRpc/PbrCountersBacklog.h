@@ -31,7 +31,8 @@ class VELO_SDK_RPC_EXPORT PbrCountersBacklog final : public Quon::PublishingEnti
    using Backlog = Quon::HashMap2018< std::uint64_t, PbrCounters, BacklogTraits >;
    using HN_Backlog = Backlog::Node;
 
-   /// What changes are published as.
+   /// The attributes; changes of `frontend` and `backlog` are published. What a subscriber throws
+   /// passes through the call that made the change; the change stands.
    enum Attribute : short { kShortKeys = 1, kFrontend, kBacklog, kBookmark };
 
    explicit PbrCountersBacklog( const Lumo::Ptr< PbrCountersKeyCompressionTable > & shortKeys );
@@ -56,7 +57,8 @@ class VELO_SDK_RPC_EXPORT PbrCountersBacklog final : public Quon::PublishingEnti
    /// none. O(1).
    PbrCounters backlogDel( std::uint64_t shortKey );
 
-   /// Removes every record, telling each removal only if somebody listens.
+   /// Removes every record, telling each removal only if somebody listens. A subscriber that throws
+   /// ends it: the records not yet removed stay.
    void backlogDelAll();
 
    /// Where the next draining run resumes.
@@ -66,9 +68,11 @@ class VELO_SDK_RPC_EXPORT PbrCountersBacklog final : public Quon::PublishingEnti
    /// to run again if any are left, then tells the frontend to `push`. Without a frontend the
    /// pending records are thrown away. O(processed + arrived).
    ///
-   /// The frontend may write records (they wait for the next run), replace itself, stop watching,
-   /// and drop the last reference to this backlog or to `task`. If it throws, the record in hand,
-   /// its novelty and all that was not handed over are pending again before the exception leaves.
+   /// The frontend may write records (they wait for the next run), replace itself (the rest goes to
+   /// its successor; to nobody if there is none), stop watching, and drop the last reference to
+   /// this backlog or to `task`. If it throws, the record in hand, its novelty and all that was not
+   /// handed over are pending again before the exception leaves, and the next run begins behind the
+   /// record in hand. What `push` throws passes through; the records of the run are delivered.
    void process( const Lumo::Ptr< Oru::Task > & task );
 
    /// Hands one record to the frontend, with its flags: `encodeLongKey` if its short key was novel,

@@ -1,5 +1,7 @@
 #include "VeloSdkRpc/PbrCountersMgr.h"
 
+#include "Lumo/ScopeExit.h"
+
 namespace VeloSdkRpc {
 namespace {
 
@@ -36,6 +38,7 @@ void PbrPolicyCountersMgr::onMountsComplete(
       sharedMemEntities->assertSafeToAccess( status, mountPath );
    }
    root_ = Quon::entityCast< const PolicyMapTypeCounters >( status );
+   compressedKeyTableSm_ = nullptr; // If there is one, it watches what stood in for the status.
    switchFromBacklogSm();
 }
 
@@ -51,13 +54,42 @@ void PbrPolicyCountersMgr::stopWatching() {
 }
 
 void PbrPolicyCountersMgr::switchToBacklogSm() {
-   if ( pbrCountersBacklogSm_ ) { return; }
-   compressedKeyTableSm_ = nullptr;
-   pbrCountersBacklogSm_ = PbrCountersBacklogSmIs( input(), backlog_, shortKeys_, smControl() );
+   streamingWanted_ = true;
+   switchAsWanted();
 }
 
 void PbrPolicyCountersMgr::switchFromBacklogSm() {
-   if ( compressedKeyTableSm_ ) { return; }
+   streamingWanted_ = false;
+   switchAsWanted();
+}
+
+/// A new backlog machine publishes while it is being made, and who hears it may want to switch
+/// again: that is then seen to by the call in progress.
+void PbrPolicyCountersMgr::switchAsWanted() {
+   if ( switching_ ) { return; }
+   switching_ = true;
+   const auto switched = Lumo::onScopeExit( [this] { switching_ = false; } );
+   while ( streamingWanted_ ? !pbrCountersBacklogSm_ : !compressedKeyTableSm_ ) {
+      if ( streamingWanted_ ) {
+         beginStreaming();
+      } else {
+         beginIdling();
+      }
+   }
+}
+
+void PbrPolicyCountersMgr::beginStreaming() {
+   compressedKeyTableSm_ = nullptr;
+   try {
+      pbrCountersBacklogSm_ = PbrCountersBacklogSmIs( input(), backlog_, shortKeys_, smControl() );
+   } catch ( ... ) { // A subscriber of the backlog broke: somebody must follow the tree still.
+      streamingWanted_ = false;
+      beginIdling();
+      throw;
+   }
+}
+
+void PbrPolicyCountersMgr::beginIdling() {
    pbrCountersBacklogSm_ = nullptr;
    compressedKeyTableSm_ = CompressedKeyTableSmIs( input(), shortKeys_, smControl() );
    shortKeys_->clearNovelKeys();
@@ -69,8 +101,11 @@ Lumo::Ptr< const PbrPolicyCountersMgr::PolicyMapTypeCounters > PbrPolicyCounters
 
 PbrCounters PbrPolicyCountersMgr::counters( std::uint64_t shortKey,
                                             const PbrCountersKey & longKey ) const {
+   Lumo::Impl::checkEventLoopThread();
+   const PbrCounters unknown( shortKey, longKey, nullptr, false );
+   if ( !root_ ) { return unknown; }
    const auto * policyMap = root_->policyMapCounters()[longKey.policyKey()];
-   if ( !policyMap || !policyMap->value() ) { return { shortKey, longKey, nullptr, false }; }
+   if ( !policyMap || !policyMap->value() ) { return unknown; }
    const auto * classCounters = policyMap->value()->classCounters()[longKey.name()];
    return { shortKey, longKey, classCounters ? classCounters->value() : nullptr, false };
 }

@@ -19,9 +19,10 @@ namespace VeloSdkRpc {
 /// `PbrCountersBacklogSm` does so and files changes; never both. Short keys stay the same over any
 /// number of switches.
 ///
-/// Owner      the agent; outlives no mount manager that still has to call it
+/// Owner      the agent
 /// Thread     event loop, except `startWatching` and `stopWatching`: any, they take the SDK lock
-/// Re-entry   the consumer may call anything here from inside its calls, and destroy this object
+/// Re-entry   the consumer may call anything here from inside its calls, and destroy this object.
+///            A subscriber of the backlog may do so too, but not destroy it while it is switching
 /// Invariant  after the mounts are complete exactly one of the two state machines is there
 class VELO_SDK_RPC_EXPORT PbrPolicyCountersMgr : public velo::mount_handler {
  public:
@@ -42,7 +43,8 @@ class VELO_SDK_RPC_EXPORT PbrPolicyCountersMgr : public velo::mount_handler {
                      const Lumo::Ptr< QuonSharedMem::EntityManager > & sharedMemEntities ) override;
 
    /// Streams to `frontend` from now on; if already streaming, in place of the one before.
-   /// O(classes) when it begins to stream.
+   /// O(classes) when it begins to stream. An exception of a subscriber of the backlog passes
+   /// through; the manager is then idle and the consumer is the one before.
    void startWatching( const Lumo::Ptr< PbrCountersFrontend > & frontend );
 
    /// Stops streaming; nothing if idle. What is pending still goes to the last frontend.
@@ -50,8 +52,8 @@ class VELO_SDK_RPC_EXPORT PbrPolicyCountersMgr : public velo::mount_handler {
    void stopWatching();
 
    /// The current counters of `longKey`, read from the mounted status: a record with `shortKey` and
-   /// `longKey` as given, whose data is null if the policy map or the class is unknown. The ACL
-   /// rule plays no part. Event loop only, and only when the mounts are complete. O(1).
+   /// `longKey` as given, whose data is null if the policy map or the class is unknown, or there is
+   /// no status. The ACL rule plays no part. Event loop only. O(1).
    PbrCounters counters( std::uint64_t shortKey, const PbrCountersKey & longKey ) const;
 
    /// @name For those who look; all null or empty before there is something to see
@@ -71,6 +73,9 @@ class VELO_SDK_RPC_EXPORT PbrPolicyCountersMgr : public velo::mount_handler {
  private:
    void switchToBacklogSm();
    void switchFromBacklogSm();
+   void switchAsWanted();
+   void beginStreaming();
+   void beginIdling();
 
    /// What the state machines scan: the mounted status or, without one, an empty one.
    Lumo::Ptr< const PolicyMapTypeCounters > input() const;
@@ -82,6 +87,8 @@ class VELO_SDK_RPC_EXPORT PbrPolicyCountersMgr : public velo::mount_handler {
    Lumo::Ptr< PbrCountersBacklog > backlog_;
    Lumo::Ptr< PbrCountersBacklogSm > pbrCountersBacklogSm_;
    Lumo::Ptr< PbrCountersBacklogTask > backlogTask_;
+   bool streamingWanted_ = false;
+   bool switching_ = false;
 };
 
 } // namespace VeloSdkRpc

@@ -5,8 +5,6 @@
 #include <string_view>
 #include <tuple>
 
-#include <fmt/ostream.h>
-
 #include "Quon/Quon.h"
 #include "VeloSdkRpc/Export.h"
 
@@ -39,6 +37,3 @@ VELO_SDK_RPC_EXPORT std::ostream & operator<<( std::ostream & os,
                                                const MiBacklogProgress & progress );
 
 } // namespace QuonLumo
-
-template<>
-struct fmt::formatter< QuonLumo::MiBacklogProgress > : fmt::ostream_formatter {};

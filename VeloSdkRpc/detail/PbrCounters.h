@@ -5,8 +5,6 @@
 #include <string_view>
 #include <tuple>
 
-#include <fmt/ostream.h>
-
 #include "VeloSdkRpc/detail/PbrCountersKey.h"
 
 namespace VeloSdkRpc {
@@ -76,6 +74,3 @@ class VELO_SDK_RPC_EXPORT PbrCounters {
 VELO_SDK_RPC_EXPORT std::ostream & operator<<( std::ostream & os, const PbrCounters & record );
 
 } // namespace VeloSdkRpc
-
-template<>
-struct fmt::formatter< VeloSdkRpc::PbrCounters > : fmt::ostream_formatter {};

@@ -25,7 +25,7 @@ PbrCountersBacklogTask::taskIs( const Lumo::Ptr< Oru::TaskScheduler > & schedule
       task_->taskPriorityIs( priority );
       if ( task_->taskScheduler() == scheduler && task_->taskName() == name ) { return task_; }
    }
-   taskDel();
+   const Lumo::Ptr< Oru::Task > old = taskDel(); // The arguments may be its own.
    task_ = Lumo::makeNode< Oru::Task >( scheduler, priority, name );
    Lumo::subscriptionIs( task_->publisher(), onRun_, true );
    const Lumo::Ptr< Oru::Task > made = task_;

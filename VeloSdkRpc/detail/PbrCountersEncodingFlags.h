@@ -5,8 +5,6 @@
 #include <string_view>
 #include <tuple>
 
-#include <fmt/ostream.h>
-
 #include "Quon/Quon.h"
 #include "VeloSdkRpc/Export.h"
 
@@ -60,6 +58,3 @@ class VELO_SDK_RPC_EXPORT PbrCountersEncodingFlags {
 VELO_SDK_RPC_EXPORT std::ostream & operator<<( std::ostream & os, PbrCountersEncodingFlags flags );
 
 } // namespace VeloSdkRpc
-
-template<>
-struct fmt::formatter< VeloSdkRpc::PbrCountersEncodingFlags > : fmt::ostream_formatter {};

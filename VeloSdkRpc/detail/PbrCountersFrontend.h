@@ -17,7 +17,8 @@ namespace VeloSdkRpc {
 ///
 /// Long keys that were known before watching began are not announced as new: a consumer keeps the
 /// set of short keys that it has been told, and takes the long key from the record when it meets
-/// one for the first time.
+/// one for the first time. It may also be told of the end of a short key that it was never told:
+/// one that came and went across a switch of consumers.
 class VELO_SDK_RPC_EXPORT PbrCountersFrontend : public Lumo::Node {
  public:
    ~PbrCountersFrontend() override;

@@ -6,8 +6,6 @@
 #include <string_view>
 #include <tuple>
 
-#include <fmt/ostream.h>
-
 #include "PolicyMap/PolicyMap.h"
 #include "Quon/Quon.h"
 #include "QuonFrell/QuonFrell.h"
@@ -80,6 +78,3 @@ class VELO_SDK_RPC_EXPORT PbrCountersKey {
 VELO_SDK_RPC_EXPORT std::ostream & operator<<( std::ostream & os, const PbrCountersKey & key );
 
 } // namespace VeloSdkRpc
-
-template<>
-struct fmt::formatter< VeloSdkRpc::PbrCountersKey > : fmt::ostream_formatter {};

@@ -24,7 +24,8 @@ namespace QuonLumo::Impl {
 ///
 /// At least one entry is processed, then `shouldYield()` is asked before each further one. When
 /// `action( key, entry )` throws, the entry in hand and all that were not handed over are back in
-/// the backlog, the bookmark stands on the entry in hand, and the exception goes on.
+/// the backlog and the exception goes on. The bookmark then stands behind the entry in hand, so
+/// that an entry that always throws comes last in the next run and keeps nobody waiting.
 template< class Backlog >
 class BacklogRun {
  public:
@@ -67,13 +68,18 @@ class BacklogRun {
       for ( ; at; at.advance() ) {
          if ( progress_.processedCount != 0 && shouldYield() ) {
             progress_.yielded = true;
-            stopBefore( start, at.key() );
+            processedDel( start, at.key() );
             return false;
          }
          try {
             action( at.key(), at.value() );
          } catch ( ... ) {
-            stopBefore( start, at.key() );
+            const Key failed = at.key();
+            at.advance();
+            const Quon::Optional< Key > next =
+               at ? Quon::Optional< Key >( at.key() ) : std::nullopt;
+            processedDel( start, failed );
+            bookmark_ = next;
             throw;
          }
          ++progress_.processedCount;
@@ -82,7 +88,8 @@ class BacklogRun {
       return true;
    }
 
-   void stopBefore( const Key * start, const Key & next ) {
+   /// Forgets what was processed since `start` and bookmarks `next`.
+   void processedDel( const Key * start, const Key & next ) {
       const Key n = next;
       if ( start ) {
          taken_.deleteBetween( *start, n );

@@ -48,9 +48,10 @@ class TopLevelSm : public Quon::PublishingEntity {
    /// @{
    const Lumo::Ptr< ScanState > & inputSmScanState() const { return inputSmScanState_; }
    void inputSmScanStateIs( const Lumo::Ptr< ScanState > & state ) {
+      const Lumo::Ptr< ScanState > now = state; // It may be our own.
       inputSmScanStateDel();
-      inputSmScanState_ = state;
-      if ( state ) { Lumo::subscriptionIs( state->publisher(), onScanState_, true ); }
+      inputSmScanState_ = now;
+      if ( now ) { Lumo::subscriptionIs( now->publisher(), onScanState_, true ); }
    }
    void inputSmScanStateDel() {
       onScanState_.unlink();

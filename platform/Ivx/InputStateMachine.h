@@ -10,8 +10,8 @@ namespace Ivx::Gen {
 ///
 /// Owner      the child map of the machine above it
 /// Thread     event loop only
-/// Start      the most derived class calls `handleInitialized` last in its own constructor, so that
-///            the virtual hooks that it calls are its own
+/// Start      whoever makes a machine puts it in its place, then calls `handleInitialized`: no
+///            virtual call leaves a constructor
 class VELO_PLATFORM_EXPORT InputStateMachine : public Quon::Entity {
  public:
    ~InputStateMachine() override;

@@ -10,7 +10,10 @@ Task::Task( const Lumo::Ptr< TaskScheduler > & scheduler, TaskPriority priority,
    : scheduler_( scheduler ), name_( name ), priority_( priority ) {}
 
 Task::~Task() {
-   if ( linked() ) { scheduler_->waitingDel( *this ); }
+   if ( linked() ) {
+      Lumo::Impl::checkEventLoopThread();
+      scheduler_->waitingDel( *this );
+   }
 }
 
 void Task::scheduleTask() {

@@ -8,9 +8,10 @@
 ///
 /// The seed is the process's own (`Lumo::processHashSeed`), kept here in a plain word so that a
 /// look-up reads it with one load. It is set before ordinary static objects, some of which are
-/// collections, are constructed. Tests fix it with `hashSeedIs` while no collection holds an
-/// element: a collection is ordered by its hashes, so a seed that changes under it would lose its
-/// elements.
+/// collections, are constructed. The environment variable VELO_HASH_SEED fixes it for a whole
+/// process, strings included; `hashSeedIs` replaces it for the keys that are hashed here, and only
+/// while no collection holds an element: a collection is ordered by its hashes, so a seed that
+/// changes under it would lose its elements.
 namespace Quon {
 
 namespace Impl {

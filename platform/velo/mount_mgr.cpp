@@ -5,6 +5,7 @@
 #include <fmt/format.h>
 
 #include "Lumo/Assert.h"
+#include "Lumo/ScopeExit.h"
 #include "Lumo/Thread.h"
 
 namespace velo {
@@ -88,8 +89,8 @@ void mount_mgr::mountAll() {
       throw mount_protocol_error( "the mount protocol runs once, and it has begun already" );
    }
    state_ = State::mounting;
+   const auto over = Lumo::onScopeExit( [this] { state_ = State::done; } );
    while ( firstHandler( mount_handler::Stage::registered ) ) { onePass(); }
-   state_ = State::done;
 }
 
 /// Handlers come and go during each call, so every step looks for its handler anew.
