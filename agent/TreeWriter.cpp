@@ -56,19 +56,24 @@ void TreeWriter::tryStep() {
    } catch ( const std::exception & error ) { failed_( error.what() ); }
 }
 
+/// What is new is complete before it enters the tree: one notification, and nothing is left undone
+/// when that throws.
 void TreeWriter::step( const CountersSet & set ) {
    const PolicyMapKey key( set.policy );
-   PolicyMapCounters * policyMap = root_->policyMapCountersMutable( key );
-   if ( !policyMap ) {
-      root_->policyMapCountersIs( key, Lumo::makeNode< PolicyMapCounters >( key ) );
-      policyMap = root_->policyMapCountersMutable( key );
-   }
    const Lumo::String name( set.className );
    const CountData counters( set.counters.packets, set.counters.bytes );
-   if ( CountersData * const present = policyMap->classCountersMutable( name ) ) {
-      present->countDataIs( counters );
+   const auto newClass = [&] { return Lumo::makeNode< CountersData >( name, counters ); };
+
+   if ( PolicyMapCounters * const policyMap = root_->policyMapCountersMutable( key ) ) {
+      if ( CountersData * const present = policyMap->classCountersMutable( name ) ) {
+         present->countDataIs( counters );
+      } else {
+         policyMap->classCountersIs( name, newClass() );
+      }
    } else {
-      policyMap->classCountersIs( name, Lumo::makeNode< CountersData >( name, counters ) );
+      const auto newPolicyMap = Lumo::makeNode< PolicyMapCounters >( key );
+      newPolicyMap->classCountersIs( name, newClass() );
+      root_->policyMapCountersIs( key, newPolicyMap );
    }
 }
 
