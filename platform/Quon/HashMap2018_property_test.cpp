@@ -70,7 +70,7 @@ template< class Types >
 class KeyedCollectionProperty : public ::testing::Test {};
 
 using AllTypes = ::testing::Types< Numbers, SmallNumbers, Names, OneHash, FewHashes, Records,
-                                   NumberSet, NameSet >;
+                                   NumberSet, NameSet, DenseNumbers, DenseRecords, DenseSet >;
 TYPED_TEST_SUITE( KeyedCollectionProperty, AllTypes );
 
 TYPED_TEST( KeyedCollectionProperty, AgreesWithTheNaiveModelWhateverIsDoneInWhateverOrder ) {

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <string>
 
+#include "Quon/DenseMap2018.h"
 #include "Quon/HashMap2018.h"
 
 /// The collections that the tests are instantiated with, described alike: how to make the n-th key
@@ -70,6 +71,26 @@ struct Records {
    using Collection = HashMap2018< std::uint64_t, Record, RecordTraits >;
    static std::uint64_t key( unsigned n ) { return n; }
    static Record value( unsigned n, unsigned v ) { return { n, "value " + std::to_string( v ) }; }
+};
+/// Dense numbers, with a few in between that are as far away as can be.
+inline std::uint64_t mostlyDense( unsigned n ) {
+   return n % 97 != 96
+             ? n
+             : ~std::uint64_t{ 0 } - std::uint64_t{ n } * ( n < 300 ? 0x123456789abcd : 1 );
+}
+struct DenseNumbers {
+   using Collection = DenseMap2018< std::string >;
+   static std::uint64_t key( unsigned n ) { return mostlyDense( n ); }
+   static std::string value( unsigned, unsigned v ) { return "value " + std::to_string( v ); }
+};
+struct DenseRecords {
+   using Collection = DenseMap2018< Record, RecordTraits >;
+   static std::uint64_t key( unsigned n ) { return n; }
+   static Record value( unsigned n, unsigned v ) { return { n, "value " + std::to_string( v ) }; }
+};
+struct DenseSet {
+   using Collection = DenseMap2018<>;
+   static std::uint64_t key( unsigned n ) { return mostlyDense( n ); }
 };
 struct NumberSet {
    using Collection = HashMap2018< std::uint64_t >;

@@ -28,6 +28,7 @@ class HashStore {
    using Key = K;
    using Value = V;
    using Node = Element< K, V, Traits >;
+   static constexpr bool nodesAreCopies = false;
    using NodePtr = const Node *;
    using Where = Cursor< Node >;
    using Watchers = Where *;

@@ -37,6 +37,7 @@ class KeyedCollection {
    using Value = typename Store::Value;
    using Node = typename Store::Node;
    using NodePtr = typename Store::NodePtr;
+   using Where = typename Store::Where;
    using Iterator = KeyedIterator< KeyedCollection >;
    using CheckedIterator = detail::CheckedIterator< KeyedCollection >;
    static constexpr bool hasValue = !std::is_void_v< Value >;
@@ -138,6 +139,10 @@ class KeyedCollection {
       const auto place = store_.locate( key );
       if ( !place ) { return false; }
       ++version_;
+      if constexpr ( nodesAreCopies ) {
+         store_.erase( place, iterators_ );
+         return true;
+      }
       Node & node = store_.at( place );
       if ( iterators_ ) { park( node ); }
       if constexpr ( std::is_trivially_destructible_v< Node > ) {
@@ -202,9 +207,11 @@ class KeyedCollection {
       smaller.forEach( [&]( Node & node ) {
          const auto [place, inserted] = store_.insert(
             node.fwkKey(), iterators_, [&node] { return Node( std::move( node ) ); } );
-         if ( ourElementsMove ) {
-            if ( !inserted ) { std::swap( *place, node ); }
-            movedTo( node, *place );
+         if constexpr ( !nodesAreCopies ) {
+            if ( ourElementsMove ) {
+               if ( !inserted ) { std::swap( *place, node ); }
+               movedTo( node, *place );
+            }
          }
       } );
    }
@@ -236,6 +243,9 @@ class KeyedCollection {
    std::default_sentinel_t end() const { return {}; }
 
  private:
+   /// Iterators carry their element with them, so that no deletion concerns them.
+   static constexpr bool nodesAreCopies = Store::nodesAreCopies;
+
    friend Iterator;
    friend CheckedIterator;
 
@@ -270,6 +280,7 @@ class KeyedCollection {
 
    /// Gives `lost` to the iterators that stand on it. It is moved from.
    void park( Node & lost ) const {
+      if constexpr ( nodesAreCopies ) { return; }
       Iterator * first = nullptr;
       eachIterator( [&]( Iterator & i ) {
          if ( i.node != &lost ) { return; }
@@ -286,8 +297,11 @@ class KeyedCollection {
    void parkIteratorsOfLostElements() const {
       eachIterator( [&]( Iterator & i ) {
          i.forgetPlace();
-         if ( !i || i.isParked() ) { return; }
-         if ( store_.find( i.key() ) != i.node ) { park( const_cast< Node & >( *i.node ) ); }
+         if constexpr ( !nodesAreCopies ) {
+            if ( i && !i.isParked() && store_.find( i.key() ) != i.node ) {
+               park( const_cast< Node & >( *i.node ) );
+            }
+         }
       } );
    }
 
@@ -295,7 +309,7 @@ class KeyedCollection {
    void leaveElements( const Node * only = nullptr ) const {
       eachIterator( [only]( Iterator & i ) {
          if ( !only ) { i.forgetPlace(); }
-         if ( !i || i.isParked() || ( only && i.node != only ) ) { return; }
+         if ( nodesAreCopies || !i || i.isParked() || ( only && i.node != only ) ) { return; }
          auto & block = i.emptyBlock();
          if constexpr ( std::is_copy_constructible_v< Node > ) {
             block.node.emplace( *i.node );

@@ -21,12 +21,12 @@
 namespace Quon::detail {
 
 template< class Collection >
-class KeyedIterator : private Cursor< typename Collection::Node > {
+class KeyedIterator : private Collection::Where {
  public:
    using Node = typename Collection::Node;
    using Key = typename Collection::Key;
 
-   KeyedIterator( const KeyedIterator & other ) { copy( other ); }
+   KeyedIterator( const KeyedIterator & other ) : Place() { copy( other ); }
    KeyedIterator & operator=( const KeyedIterator & other ) {
       if ( this != &other ) {
          leave();
@@ -66,7 +66,7 @@ class KeyedIterator : private Cursor< typename Collection::Node > {
 
  private:
    friend Collection;
-   using Place = Cursor< Node >;
+   using Place = typename Collection::Where;
 
    /// What is kept of an element that left. Only its key when the value cannot be copied.
    struct Parked {
@@ -186,7 +186,7 @@ class CheckedIterator {
 
    const Collection * hashMap_ = nullptr;
    std::uint64_t version_ = 0;
-   Cursor< Node > cursor_;
+   typename Collection::Where cursor_;
 };
 
 } // namespace Quon::detail
