@@ -1,5 +1,6 @@
 #include <array>
 #include <cstring>
+#include <latch>
 #include <memory>
 #include <optional>
 #include <string>
@@ -271,37 +272,48 @@ TEST( NodeDeathTest, AReferenceThatWasNeverAdoptedIsNotDropped ) {
       "only an adopted reference may be dropped" );
 }
 
-/// Runs `work` on four threads at once.
-template< class Work >
-void onFourThreads( Work work ) {
+constexpr int kOften = 100000;
+
+/// Runs `work` on four threads and `alongside` on this one, all starting together.
+template< class Work, class Alongside >
+void onFourThreads( Work work, Alongside alongside ) {
+   std::latch start( 5 );
    std::vector< std::thread > threads;
-   for ( int i = 0; i < 4; ++i ) { threads.emplace_back( work ); }
+   for ( int i = 0; i < 4; ++i ) {
+      threads.emplace_back( [&] {
+         start.arrive_and_wait();
+         work();
+      } );
+   }
+   start.arrive_and_wait();
+   alongside();
    for ( std::thread & thread : threads ) { thread.join(); }
 }
 
 TEST( NodeThreadTest, NoReferenceIsLostWhenThreadsCountAtOnce ) {
    const auto node = makeNode< Plain >();
-   onFourThreads( [&node] {
-      for ( int i = 0; i < 20000; ++i ) {
+   const auto work = [&node] {
+      for ( int i = 0; i < kOften; ++i ) {
          const auto copy = node;
          const Ptr< const Node > another = copy;
       }
-   } );
+   };
+   onFourThreads( work, work );
    EXPECT_EQ( node->references(), 1U );
 }
 
 TEST( NodeThreadTest, NoFlagWriteIsLostWhileOtherThreadsCount ) {
    const auto node = makeNode< Plain >();
-   std::thread loop( [&node] {
-      for ( int i = 0; i < 20000; ++i ) {
-         node->nodeFlagSet( Node::Flag::inReactor, i % 2 == 0 );
-         ASSERT_EQ( node->nodeFlag( Node::Flag::inReactor ), i % 2 == 0 );
-      }
-   } );
-   onFourThreads( [&node] {
-      for ( int i = 0; i < 20000; ++i ) { const auto copy = node; }
-   } );
-   loop.join();
+   onFourThreads(
+      [&node] {
+         for ( int i = 0; i < kOften; ++i ) { const auto copy = node; }
+      },
+      [&node] {
+         for ( int i = 0; i < kOften; ++i ) {
+            node->nodeFlagSet( Node::Flag::inReactor, i % 2 == 0 );
+            ASSERT_EQ( node->nodeFlag( Node::Flag::inReactor ), i % 2 == 0 );
+         }
+      } );
    EXPECT_EQ( node->references(), 1U );
    EXPECT_FALSE( node->nodeFlag( Node::Flag::inReactor ) );
 }

@@ -125,8 +125,8 @@ class VELO_PLATFORM_EXPORT Publisher : private Link {
    friend class Dispatch;
 };
 
-/// Subscribes `slot` to `publisher`, or unsubscribes it, unless it is in that state already or there
-/// is nothing to listen to.
+/// Subscribes `slot` to `publisher`, or unsubscribes it, unless it is in that state already or
+/// there is nothing to listen to.
 inline void subscriptionIs( Publisher * publisher, Subscriber & slot, bool wanted ) {
    if ( !publisher || slot.subscribed() == wanted ) { return; }
    if ( wanted ) {
