@@ -9,6 +9,7 @@
 
 #include <boost/unordered/unordered_flat_map.hpp>
 
+#include "Quon/DenseMap2018.h"
 #include "Quon/HashMap2018.h"
 
 /// One way to use our collections and the two we measure against, with the same keys and payloads.
@@ -48,12 +49,6 @@ struct NumberToPayload {
    using Value = Payload;
    static Key key( std::uint64_t n ) { return n + 1; }
 };
-/// Numbers all over the range.
-struct ScatteredToPayload {
-   using Key = std::uint64_t;
-   using Value = Payload;
-   static Key key( std::uint64_t n ) { return Quon::mix64( n ^ 0x5bd1e995 ); }
-};
 struct TextToNumber {
    using Key = TextKey;
    using Value = std::uint64_t;
@@ -84,6 +79,9 @@ struct OursAs {
 };
 template< class Kind >
 struct Ours : OursAs< Kind, Quon::HashMap2018< typename Kind::Key, typename Kind::Value > > {};
+
+template< class Kind >
+struct Dense : OursAs< Kind, Quon::DenseMap2018< typename Kind::Value > > {};
 
 template< class Kind, class Map >
 struct TheirsAs {
