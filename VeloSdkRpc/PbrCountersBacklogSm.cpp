@@ -66,13 +66,17 @@ void PbrCountersBacklogSm::outputsBegin() {
 
 // Outputs -----------------------------------------------------------------------------------------
 
+/// An output that breaks does not keep the others from becoming ready: nobody would call their
+/// handlers again.
 void PbrCountersBacklogSm::handleOutputs() {
-   handleBacklogBacklogOutputInputReady();
-   handleShortKeysNovelKeyOutputInputReady();
+   detail::FirstException broken;
+   broken.guard( [this] { handleBacklogBacklogOutputInputReady(); } );
+   broken.guard( [this] { handleShortKeysNovelKeyOutputInputReady(); } );
    if ( initialized() ) {
-      handleShortKeysNextKeyOutputInputReady();
-      handleShortKeysShortKeyOutputInputReady();
+      broken.guard( [this] { handleShortKeysNextKeyOutputInputReady(); } );
+      broken.guard( [this] { handleShortKeysShortKeyOutputInputReady(); } );
    }
+   broken.rethrow();
 }
 
 void PbrCountersBacklogSm::handleShortKeysNextKeyOutputInputReady() {

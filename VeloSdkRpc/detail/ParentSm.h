@@ -22,9 +22,7 @@ class ParentSm : public ScanningSm< Derived, Parent, En, Key > {
    using Children = Quon::HashMap2018< Key, Lumo::Ptr< Child > >;
    using ChildEnPtr = typename Child::EnPtr;
 
-   ~ParentSm() override {
-      for ( const auto & element : children_ ) { element.value()->parentIs( nullptr ); }
-   }
+   ~ParentSm() override { childrenOrphaned(); }
 
    /// Whether changes of the input are heard, here and below.
    void hasNotificationActiveIs( bool active ) {
@@ -91,8 +89,15 @@ class ParentSm : public ScanningSm< Derived, Parent, En, Key > {
       return true;
    }
 
-   void childDel( const Key & key ) { children_.deleteMember( key ); }
-   void childDelAll() { children_.memberDelAll(); }
+   /// Lets go of a child, or all; what they contributed stays.
+   void childDel( const Key & key ) {
+      if ( const Lumo::Ptr< Child > gone = child( key ) ) { gone->parentIs( nullptr ); }
+      children_.deleteMember( key );
+   }
+   void childDelAll() {
+      childrenOrphaned();
+      children_.memberDelAll();
+   }
 
    /// One item of the scan: makes the child agree with the input and scans below it; false if that
    /// scan stopped before its end.
@@ -108,6 +113,10 @@ class ParentSm : public ScanningSm< Derived, Parent, En, Key > {
  private:
    Derived & derived() { return static_cast< Derived & >( *this ); }
 
+   void childrenOrphaned() {
+      for ( const auto & element : children_ ) { element.value()->parentIs( nullptr ); }
+   }
+
    /// Withdraws what the child under `key` contributed and removes it; true if there was one.
    bool childTakenDown( const Key & key ) {
       const Lumo::Ptr< Child > gone = child( key );
@@ -115,8 +124,7 @@ class ParentSm : public ScanningSm< Derived, Parent, En, Key > {
       gone->quonDoZombieReactors( true );
       FirstException broken;
       broken.guard( [&] { gone->doDeleteAll(); } );
-      gone->parentIs( nullptr );
-      childDel( key );
+      if ( child( key ) == gone ) { childDel( key ); }
       broken.rethrow();
       return true;
    }

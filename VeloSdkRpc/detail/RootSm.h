@@ -88,7 +88,7 @@ class RootSm : public ParentSm< Derived, TopLevel, PolicyMap::Counters::PolicyMa
       if ( slice.yielded ) {
          yieldReported( slice.iterations );
       } else if ( this->attached() ) {
-         passFinished();
+         slice.broken.guard( [this] { passFinished(); } );
       }
       slice.broken.rethrow();
    }

@@ -6,6 +6,7 @@
 #include "Oru/Oru.h"
 #include "PolicyMap/PolicyMap.h"
 #include "Quon/Quon.h"
+#include "VeloSdkRpc/detail/FirstException.h"
 
 namespace VeloSdkRpc::detail {
 
@@ -19,7 +20,7 @@ namespace VeloSdkRpc::detail {
 ///
 /// `Derived` is the generated class, `Root`, `ScanState` and `Output` are its companions. Derived
 /// has
-///   kName, kEntryTrace, ...                 its name
+///   kName                                   its name
 ///   void assertArguments()                  stops the process on a null output argument
 ///   void outputsBegin()                     between the argument checks and the first pass
 ///   void tasksBegin()                       for an asynchronous machine: makes its own tasks
@@ -33,9 +34,6 @@ template< class Derived, class Root, class ScanState, class Output >
 class TopLevelSm : public Quon::PublishingEntity {
  public:
    using PolicyMapTypeCounters = PolicyMap::Counters::PolicyMapTypeCounters;
-
-   /// What the scan passes are published as; the records of state publish the rest.
-   enum Attribute : short { kInitialScanDone = 1, kInitialized };
 
    static constexpr bool defaultSynchronous = true;
 
@@ -107,6 +105,7 @@ class TopLevelSm : public Quon::PublishingEntity {
 
    /// Withdraws everything that was derived from the current input.
    void doDeleteAll() {
+      const Lumo::Ptr< Derived > self( &derived() ); // A subscriber may drop the machine.
       const Lumo::Ptr< Root > root = rootSm_;
       if ( root ) { root->doDeleteAll(); }
    }
@@ -151,10 +150,14 @@ class TopLevelSm : public Quon::PublishingEntity {
       const Lumo::Ptr< ScanState > state = inputSmScanState_;
       const Lumo::Ptr< Root > root = rootSm_;
       initialScanDone_ = true;
-      state->inputScanIs( false );
-      root->doInputScan();
-      state->idleIs( true );
-      if ( initialized_ ) { derived().handleOutputs(); }
+      FirstException broken;
+      broken.guard( [&] { state->inputScanIs( false ); } );
+      broken.guard( [&] { root->doInputScan(); } );
+      broken.guard( [&] { state->idleIs( true ); } );
+      if ( initialized_ ) {
+         broken.guard( [&] { derived().handleOutputs(); } );
+      }
+      broken.rethrow();
    }
 
  protected:
