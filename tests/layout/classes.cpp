@@ -3,6 +3,7 @@
 // a stand-in here that fills the open slots and shows their order.
 
 #include "Lumo/Node.h"
+#include "VeloSdkRpc/PbrCountersMgr.h"
 #include "velo/mount_handler.h"
 
 class MountHandler : public velo::mount_handler {
@@ -10,4 +11,10 @@ class MountHandler : public velo::mount_handler {
                   const Lumo::Ptr< QuonSharedMem::MountGroup > & ) override {}
    void onMountsComplete( const Lumo::Ptr< Keldb::EntityManager > &,
                           const Lumo::Ptr< QuonSharedMem::EntityManager > & ) override {}
+};
+
+class PbrCountersFrontend : public VeloSdkRpc::PbrCountersFrontend {
+   void appendItem( const VeloSdkRpc::PbrCounters &,
+                    VeloSdkRpc::PbrCountersEncodingFlags ) override {}
+   void push() override {}
 };
