@@ -93,6 +93,7 @@ void PbrCountersBacklog::process( const Lumo::Ptr< Oru::Task > & task ) {
    const QuonLumo::MiBacklogProgress progress = QuonLumo::Impl::_processBacklog(
       backlog_, bookmark_, [&] { return running && running->taskShouldYield(); },
       [this]( std::uint64_t shortKey, const PbrCounters & c ) { processItem( shortKey, c ); },
+      [this, filings = filings_] { return filings_ != filings; },
       [&]( const QuonLumo::MiBacklogProgress & broken ) { runReported( running, broken ); } );
    runReported( running, progress );
    if ( const Lumo::Ptr< PbrCountersFrontend > consumer = frontend_ ) { consumer->push(); }

@@ -73,7 +73,13 @@ class VELO_SDK_RPC_EXPORT PbrCountersBacklog final : public Quon::PublishingEnti
    /// this backlog or to `task`. If it throws, the record in hand, its novelty and all that was not
    /// handed over are pending again before the exception leaves, and the next run begins behind the
    /// record in hand. What `push` throws passes through; the records of the run are delivered.
+   /// If it starts streaming anew, the run ends with the record in hand: see `allFiledAnew`.
    void process( const Lumo::Ptr< Oru::Task > & task );
+
+   /// For whoever is about to file everything that exists, and then to withdraw what is pending but
+   /// exists no more: what a run in progress has still in hand can be reached by neither, and is
+   /// forgotten.
+   void allFiledAnew() { ++filings_; }
 
    /// Hands one record to the frontend, with its flags: `encodeLongKey` if its short key was novel,
    /// which it is not afterwards, and `deleteKey` if the record says so. A record with both is of
@@ -88,6 +94,7 @@ class VELO_SDK_RPC_EXPORT PbrCountersBacklog final : public Quon::PublishingEnti
    Lumo::Ptr< PbrCountersFrontend > frontend_;
    Backlog backlog_;
    Quon::Optional< std::uint64_t > bookmark_;
+   std::uint64_t filings_ = 0; ///< How often everything was filed anew.
 };
 
 VELO_SDK_RPC_EXPORT Lumo::Ptr< PbrCountersBacklog >

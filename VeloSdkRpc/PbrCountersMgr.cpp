@@ -80,6 +80,7 @@ void PbrPolicyCountersMgr::switchAsWanted() {
 
 void PbrPolicyCountersMgr::beginStreaming() {
    compressedKeyTableSm_ = nullptr;
+   backlog_->allFiledAnew(); // A consumer may call this in the middle of a run.
    try {
       pbrCountersBacklogSm_ = PbrCountersBacklogSmIs( input(), backlog_, shortKeys_, smControl() );
    } catch ( ... ) { // A subscriber of the backlog broke: somebody must follow the tree still.

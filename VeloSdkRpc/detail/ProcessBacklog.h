@@ -26,6 +26,9 @@ namespace QuonLumo::Impl {
 /// `action( key, entry )` throws, the entry in hand and all that were not handed over are back in
 /// the backlog and the exception goes on. The bookmark then stands behind the entry in hand, so
 /// that an entry that always throws comes last in the next run and keeps nobody waiting.
+///
+/// When `outdated()` is true after an action, what was filed meanwhile has taken the place of all
+/// that was taken: the rest of W is forgotten, the entry in hand too if it threw, and the run ends.
 template< class Backlog >
 class BacklogRun {
  public:
@@ -34,16 +37,18 @@ class BacklogRun {
    BacklogRun( Backlog & backlog, Quon::Optional< Key > & bookmark )
       : backlog_( backlog ), bookmark_( bookmark ), taken_( backlog.moveOut() ) {}
 
-   template< class ShouldYield, class Action >
-   void process( ShouldYield && shouldYield, Action && action ) {
+   template< class ShouldYield, class Action, class Outdated >
+   void process( ShouldYield && shouldYield, Action && action, Outdated && outdated ) {
       if ( taken_.empty() ) { return; }
       if ( bookmark_ ) {
          const Key start = *bookmark_;
-         if ( !pass( &start, shouldYield, action ) ) { return; }
+         if ( !pass( &start, shouldYield, action, outdated ) ) { return; }
          taken_.deleteFrom( start );
          bookmark_.reset();
       }
-      if ( !taken_.empty() && pass( nullptr, shouldYield, action ) ) { taken_.memberDelAll(); }
+      if ( !taken_.empty() && pass( nullptr, shouldYield, action, outdated ) ) {
+         taken_.memberDelAll();
+      }
    }
 
    /// Puts back what was not processed and completes the record of the run.
@@ -62,8 +67,9 @@ class BacklogRun {
    }
 
    /// Goes from `start` (null: the first entry) to the end of W; false if it had to stop.
-   template< class ShouldYield, class Action >
-   bool pass( const Key * start, ShouldYield && shouldYield, Action && action ) {
+   template< class ShouldYield, class Action, class Outdated >
+   bool pass( const Key * start, ShouldYield && shouldYield, Action && action,
+              Outdated && outdated ) {
       auto at = start ? taken_.checkedIteratorFrom( *start ) : taken_.checkedIterator();
       for ( ; at; at.advance() ) {
          if ( progress_.processedCount != 0 && shouldYield() ) {
@@ -74,15 +80,18 @@ class BacklogRun {
          try {
             action( at.key(), at.value() );
          } catch ( ... ) {
-            const Key failed = at.key();
-            at.advance();
-            const Quon::Optional< Key > next =
-               at ? Quon::Optional< Key >( at.key() ) : std::nullopt;
-            processedDel( start, failed );
-            bookmark_ = next;
+            if ( outdated() ) {
+               taken_.memberDelAll();
+            } else {
+               stopBehind( start, at );
+            }
             throw;
          }
          ++progress_.processedCount;
+         if ( outdated() ) {
+            taken_.memberDelAll();
+            return false;
+         }
       }
       ++progress_.passCount;
       return true;
@@ -99,6 +108,15 @@ class BacklogRun {
       bookmark_ = n;
    }
 
+   /// Forgets what was processed since `start`, keeps the entry at `at` and bookmarks the next one.
+   void stopBehind( const Key * start, typename Backlog::CheckedIterator & at ) {
+      const Key failed = at.key();
+      at.advance();
+      const Quon::Optional< Key > next = at ? Quon::Optional< Key >( at.key() ) : std::nullopt;
+      processedDel( start, failed );
+      bookmark_ = next;
+   }
+
    Backlog & backlog_;
    Quon::Optional< Key > & bookmark_;
    Backlog taken_;
@@ -107,13 +125,14 @@ class BacklogRun {
 
 /// One whole run; see `BacklogRun`. `onFailure( progress )` is called on the way out of an action
 /// that threw, with everything back in its place.
-template< class Backlog, class ShouldYield, class Action, class OnFailure >
-MiBacklogProgress
-_processBacklog( Backlog & backlog, Quon::Optional< typename Backlog::Key > & bookmark,
-                 ShouldYield && shouldYield, Action && action, OnFailure && onFailure ) {
+template< class Backlog, class ShouldYield, class Action, class Outdated, class OnFailure >
+MiBacklogProgress _processBacklog( Backlog & backlog,
+                                   Quon::Optional< typename Backlog::Key > & bookmark,
+                                   ShouldYield && shouldYield, Action && action,
+                                   Outdated && outdated, OnFailure && onFailure ) {
    BacklogRun< Backlog > run( backlog, bookmark );
    try {
-      run.process( shouldYield, action );
+      run.process( shouldYield, action, outdated );
    } catch ( ... ) {
       onFailure( run.finish() );
       throw;
