@@ -131,8 +131,8 @@ const Quon::TypeData & InputSmScanState::typeData() const {
 OutputState::~OutputState() = default;
 
 const Quon::TypeData & OutputState::typeData() const {
-   static constexpr std::string_view kAttributes[] = { "ready", "shortKeysShortKeyOutputReady",
-                                                       "shortKeysNextKeyOutputReady" };
+   static constexpr std::string_view kAttributes[] = { "shortKeysShortKeyOutputReady",
+                                                       "shortKeysNextKeyOutputReady", "ready" };
    static constexpr Quon::TypeData kType{ "VeloSdkRpc::IlexCode::CompressedKeyTableSm::OutputState",
                                           kAttributes };
    return kType;

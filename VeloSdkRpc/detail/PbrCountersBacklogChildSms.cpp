@@ -201,8 +201,8 @@ OutputState::~OutputState() = default;
 
 const Quon::TypeData & OutputState::typeData() const {
    static constexpr std::string_view kAttributes[] = {
-      "ready", "backlogBacklogOutputReady", "shortKeysNovelKeyOutputReady",
-      "shortKeysNextKeyOutputReady", "shortKeysShortKeyOutputReady" };
+      "backlogBacklogOutputReady", "shortKeysNovelKeyOutputReady", "shortKeysNextKeyOutputReady",
+      "shortKeysShortKeyOutputReady", "ready" };
    static constexpr Quon::TypeData kType{ "VeloSdkRpc::IlexCode::PbrCountersBacklogSm::OutputState",
                                           kAttributes };
    return kType;
