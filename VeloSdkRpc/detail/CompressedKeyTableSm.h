@@ -3,6 +3,7 @@
 #include "VeloSdkRpc/Export.h"
 #include "VeloSdkRpc/detail/OutputState.h"
 #include "VeloSdkRpc/detail/PbrCountersKeyCompressionTable.h"
+#include "VeloSdkRpc/detail/PolicyMapSm.h"
 #include "VeloSdkRpc/detail/RootSm.h"
 #include "VeloSdkRpc/detail/ScanState.h"
 #include "VeloSdkRpc/detail/TopLevelSm.h"
@@ -15,42 +16,30 @@ namespace IlexCode::CompressedKeyTableSm {
 
 class RootSm3;
 
+class PolicyMapCountersSm4;
+
+using PolicyMapSm4Base = detail::PolicyMapSm<
+   PolicyMapCountersSm4, RootSm3, VeloSdkRpc::CompressedKeyTableSm,
+   detail::ScanningSm< PolicyMapCountersSm4, RootSm3, PolicyMap::Counters::PolicyMapCounters,
+                       Lumo::String > >;
+
 /// One policy map: every class is a leaf.
-class VELO_SDK_RPC_EXPORT PolicyMapCountersSm4 final
-   : public detail::ScanningSm< PolicyMapCountersSm4, RootSm3,
-                                PolicyMap::Counters::PolicyMapCounters, Lumo::String > {
+class VELO_SDK_RPC_EXPORT PolicyMapCountersSm4 final : public PolicyMapSm4Base {
  public:
+   static constexpr const char * kName = "PolicyMapCountersSm4";
+
    PolicyMapCountersSm4( const EnPtr & en, RootSm3 * parent );
    ~PolicyMapCountersSm4() override;
 
    const Quon::TypeData & typeData() const override;
-   void doInputScan() override;
-   /// The whole tree shares the root's flag.
-   Ivx::Gen::InputStateMachine & inReactorOwner();
-   void inReactorIs( bool inReactor ) override;
-   bool inReactor() const override;
-
-   void doInputScan0();
-   void handleClassCounters0( const Lumo::String & name );
-   void handleClassCounters0Reactor( const Lumo::String & name );
-   void enDispatch( short attributeId, const void * key );
    void hasNotificationActiveIs( bool active ) { listenIs( active ); }
+
+   void handleClassCounters0( const Lumo::String & name );
+   bool classScanned( const Lumo::String & name, detail::FirstException & broken );
 
    /// Withdraws every short key that was made from this policy map, once events count. Fatal if
    /// `classCounters` changed without this machine hearing of it.
    void doDeleteAll();
-
-   const PolicyMap::Counters::PolicyMapKey & smKey() const { return en()->key(); }
-   RootSm3 * root() const { return parent(); }
-   Lumo::Ptr< VeloSdkRpc::CompressedKeyTableSm > topLevel() const;
-   bool shouldYield0() const;
-   bool inTask0() const;
-   bool inputScanFlag() const;
-   const PolicyMap::Counters::PolicyMapKey & yieldName() const { return smKey(); }
-
- private:
-   /// The size of `classCounters` as last seen, by a scan or a notification.
-   std::size_t classCountersSize_ = 0;
 };
 
 class VELO_SDK_RPC_EXPORT RootSm3 final

@@ -3,6 +3,7 @@
 #include "VeloSdkRpc/Export.h"
 #include "VeloSdkRpc/detail/OutputKey.h"
 #include "VeloSdkRpc/detail/OutputState.h"
+#include "VeloSdkRpc/detail/PolicyMapSm.h"
 #include "VeloSdkRpc/detail/RootSm.h"
 #include "VeloSdkRpc/detail/ScanState.h"
 
@@ -50,13 +51,17 @@ class VELO_SDK_RPC_EXPORT ClassCountersSm2 final
    detail::InputScanState inputScanState0_ = detail::InputScanState::neverScanned;
 };
 
+using PolicyMapSm1Base = detail::PolicyMapSm<
+   PolicyMapCountersSm1, RootSm0, VeloSdkRpc::PbrCountersBacklogSm,
+   detail::ParentSm< PolicyMapCountersSm1, RootSm0, PolicyMap::Counters::PolicyMapCounters,
+                     Lumo::String, ClassCountersSm2 > >;
+
 /// One policy map, with a machine for each class below it.
-class VELO_SDK_RPC_EXPORT PolicyMapCountersSm1 final
-   : public detail::ParentSm< PolicyMapCountersSm1, RootSm0, PolicyMap::Counters::PolicyMapCounters,
-                              Lumo::String, ClassCountersSm2 > {
+class VELO_SDK_RPC_EXPORT PolicyMapCountersSm1 final : public PolicyMapSm1Base {
  public:
    using CountersDataPtr = Lumo::Ptr< const PolicyMap::Counters::CountersData >;
 
+   static constexpr const char * kName = "PolicyMapCountersSm1";
    static constexpr const char * kChildMap =
       "childSmClassCountersPolicyMapCountersCountersDataPtrConstIs";
    static constexpr bool kIgnoresNull = true;
@@ -65,16 +70,9 @@ class VELO_SDK_RPC_EXPORT PolicyMapCountersSm1 final
    ~PolicyMapCountersSm1() override;
 
    const Quon::TypeData & typeData() const override;
-   void doInputScan() override;
-   /// The whole tree shares the root's flag.
-   Ivx::Gen::InputStateMachine & inReactorOwner();
-   void inReactorIs( bool inReactor ) override;
-   bool inReactor() const override;
 
-   void doInputScan0();
    void handleClassCounters0( const Lumo::String & name );
-   void handleClassCounters0Reactor( const Lumo::String & name );
-   void enDispatch( short attributeId, const void * key );
+   bool classScanned( const Lumo::String & name, detail::FirstException & broken );
    void onChildEvent0( const Lumo::String & name, const CountersValue & countersValue );
 
    void
@@ -84,17 +82,6 @@ class VELO_SDK_RPC_EXPORT PolicyMapCountersSm1 final
    void childSmClassCountersPolicyMapCountersCountersDataPtrConstDelAll();
    Lumo::Ptr< ClassCountersSm2 >
    childSmClassCountersPolicyMapCountersCountersDataPtrConst( const Lumo::String & name ) const;
-
-   const PolicyMap::Counters::PolicyMapKey & smKey() const { return en()->key(); }
-   RootSm0 * root() const { return parent(); }
-   Lumo::Ptr< VeloSdkRpc::PbrCountersBacklogSm > topLevel() const;
-   bool shouldYield0() const;
-   bool inTask0() const;
-
-   // What the scan and the level below are made of.
-   const auto & input() const { return en()->classCounters(); }
-   bool inputScanFlag() const;
-   const PolicyMap::Counters::PolicyMapKey & yieldName() const { return smKey(); }
 };
 
 class VELO_SDK_RPC_EXPORT RootSm0 final
