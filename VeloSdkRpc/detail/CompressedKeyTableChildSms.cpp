@@ -2,13 +2,12 @@
 
 namespace VeloSdkRpc::IlexCode::CompressedKeyTableSm {
 
-using PolicyMap::Counters::PolicyMapCounters;
 using Counters = Quon::Optional< VeloSdkRpc::CompressedKeyTableSm::CountersPtr >;
 
 // One policy map ----------------------------------------------------------------------------------
 
 PolicyMapCountersSm4::PolicyMapCountersSm4( const EnPtr & en, RootSm3 * parent )
-   : ScanningSm( en, parent ) {}
+   : PolicyMapSm4Base( en, parent ) {}
 
 PolicyMapCountersSm4::~PolicyMapCountersSm4() = default;
 
@@ -20,29 +19,6 @@ const Quon::TypeData & PolicyMapCountersSm4::typeData() const {
    return kType;
 }
 
-void PolicyMapCountersSm4::doInputScan() {
-   if ( !initialized() || !attached() ) { return; }
-   LUMO_TRACE( traceHandle(), 9, "PolicyMapCountersSm4 doInputScan" );
-   doInputScan0();
-}
-
-void PolicyMapCountersSm4::doInputScan0() {
-   if ( !sliceBegins() ) { return; }
-   const Lumo::Ptr self( this );
-   auto slice =
-      scanSlice( en()->classCounters(), [this]( const Lumo::String & name, auto & broken ) {
-         broken.guard( [&] { handleClassCounters0( name ); } );
-         return true;
-      } );
-   classCountersSize_ = en()->classCounters().size();
-   if ( !slice.yielded && attached() ) {
-      const std::string pass = passEnds( "PolicyMapCountersSm4" );
-      LUMO_TRACE( traceHandle(), 9, "{} scan complete. Processed {} children. ", pass,
-                  slice.iterations );
-   }
-   slice.broken.rethrow();
-}
-
 void PolicyMapCountersSm4::handleClassCounters0( const Lumo::String & name ) {
    LUMO_TRACE( traceHandle(), 8, "k: {}", name );
    const auto * entry = en()->classCounters()[name];
@@ -50,23 +26,17 @@ void PolicyMapCountersSm4::handleClassCounters0( const Lumo::String & name ) {
    root()->onChildEvent0( smKey(), name, countersPtr );
 }
 
-void PolicyMapCountersSm4::handleClassCounters0Reactor( const Lumo::String & name ) {
-   const Reaction reaction( *this );
-   classCountersSize_ = en()->classCounters().size();
-   handleClassCounters0( name );
-}
-
-void PolicyMapCountersSm4::enDispatch( short attributeId, const void * key ) {
-   if ( attributeId == PolicyMapCounters::kClassCounters ) {
-      handleClassCounters0Reactor( *static_cast< const Lumo::String * >( key ) );
-   }
+bool PolicyMapCountersSm4::classScanned( const Lumo::String & name,
+                                         detail::FirstException & broken ) {
+   broken.guard( [&] { handleClassCounters0( name ); } );
+   return true;
 }
 
 void PolicyMapCountersSm4::doDeleteAll() {
    if ( !initialScanDone() ) { return; }
    LUMO_TRACE( traceHandle(), 9, "doDeleteAll" );
    const auto & classCounters = en()->classCounters();
-   LUMO_FMASSERT( classCounters.size() == classCountersSize_,
+   LUMO_FMASSERT( classCounters.size() == classCountersSize(),
                   "We missed notifications that happened to classCounters before the enclosing "
                   "entity got deleted" );
    const Lumo::Ptr self( this );
@@ -76,26 +46,6 @@ void PolicyMapCountersSm4::doDeleteAll() {
       broken.guard( [&] { root()->onChildEvent0( smKey(), name, Counters() ); } );
    }
    broken.rethrow();
-}
-
-Ivx::Gen::InputStateMachine & PolicyMapCountersSm4::inReactorOwner() { return *root(); }
-
-void PolicyMapCountersSm4::inReactorIs( bool inReactor ) {
-   if ( RootSm3 * const shared = root() ) { shared->inReactorIs( inReactor ); }
-}
-
-bool PolicyMapCountersSm4::inReactor() const { return root() && root()->inReactor(); }
-
-Lumo::Ptr< VeloSdkRpc::CompressedKeyTableSm > PolicyMapCountersSm4::topLevel() const {
-   return root() ? root()->topLevel() : nullptr;
-}
-
-bool PolicyMapCountersSm4::shouldYield0() const { return root() && root()->shouldYield0(); }
-
-bool PolicyMapCountersSm4::inTask0() const { return root() && root()->inTask0(); }
-
-bool PolicyMapCountersSm4::inputScanFlag() const {
-   return root() && root()->attached() && root()->inputScanFlag();
 }
 
 // The root ----------------------------------------------------------------------------------------

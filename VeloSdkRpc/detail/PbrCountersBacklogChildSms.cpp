@@ -3,7 +3,6 @@
 namespace VeloSdkRpc::IlexCode::PbrCountersBacklogSm {
 
 using PolicyMap::Counters::CountersData;
-using PolicyMap::Counters::PolicyMapCounters;
 
 // One class ---------------------------------------------------------------------------------------
 
@@ -74,7 +73,7 @@ bool ClassCountersSm2::inTask0() const { return parent() && parent()->inTask0();
 // One policy map ----------------------------------------------------------------------------------
 
 PolicyMapCountersSm1::PolicyMapCountersSm1( const EnPtr & en, RootSm0 * parent )
-   : ParentSm( en, parent ) {}
+   : PolicyMapSm1Base( en, parent ) {}
 
 PolicyMapCountersSm1::~PolicyMapCountersSm1() = default;
 
@@ -87,39 +86,13 @@ const Quon::TypeData & PolicyMapCountersSm1::typeData() const {
    return kType;
 }
 
-void PolicyMapCountersSm1::doInputScan() {
-   if ( !initialized() || !attached() ) { return; }
-   LUMO_TRACE( traceHandle(), 9, "PolicyMapCountersSm1 doInputScan" );
-   doInputScan0();
-}
-
-void PolicyMapCountersSm1::doInputScan0() {
-   if ( !sliceBegins() ) { return; }
-   const Lumo::Ptr self( this );
-   auto slice = scanSlice( input(), [this]( const Lumo::String & name, auto & broken ) {
-      return childScanned( name, broken );
-   } );
-   if ( !slice.yielded && attached() ) {
-      const std::string pass = passEnds( "PolicyMapCountersSm1" );
-      LUMO_TRACE( traceHandle(), 9, "{} scan complete. Processed {} children. ", pass,
-                  slice.iterations );
-   }
-   slice.broken.rethrow();
-}
-
 void PolicyMapCountersSm1::handleClassCounters0( const Lumo::String & name ) {
    childMaintained( name );
 }
 
-void PolicyMapCountersSm1::handleClassCounters0Reactor( const Lumo::String & name ) {
-   const Reaction reaction( *this );
-   handleClassCounters0( name );
-}
-
-void PolicyMapCountersSm1::enDispatch( short attributeId, const void * key ) {
-   if ( attributeId == PolicyMapCounters::kClassCounters ) {
-      handleClassCounters0Reactor( *static_cast< const Lumo::String * >( key ) );
-   }
+bool PolicyMapCountersSm1::classScanned( const Lumo::String & name,
+                                         detail::FirstException & broken ) {
+   return childScanned( name, broken );
 }
 
 void PolicyMapCountersSm1::onChildEvent0( const Lumo::String & name,
@@ -148,24 +121,6 @@ PolicyMapCountersSm1::childSmClassCountersPolicyMapCountersCountersDataPtrConst(
    const Lumo::String & name ) const {
    return child( name );
 }
-
-Ivx::Gen::InputStateMachine & PolicyMapCountersSm1::inReactorOwner() { return *root(); }
-
-void PolicyMapCountersSm1::inReactorIs( bool inReactor ) {
-   if ( RootSm0 * const shared = root() ) { shared->inReactorIs( inReactor ); }
-}
-
-bool PolicyMapCountersSm1::inReactor() const { return root() && root()->inReactor(); }
-
-Lumo::Ptr< VeloSdkRpc::PbrCountersBacklogSm > PolicyMapCountersSm1::topLevel() const {
-   return root() ? root()->topLevel() : nullptr;
-}
-
-bool PolicyMapCountersSm1::shouldYield0() const { return root() && root()->shouldYield0(); }
-
-bool PolicyMapCountersSm1::inTask0() const { return root() && root()->inTask0(); }
-
-bool PolicyMapCountersSm1::inputScanFlag() const { return attached() && root()->inputScanFlag(); }
 
 // The root ----------------------------------------------------------------------------------------
 
