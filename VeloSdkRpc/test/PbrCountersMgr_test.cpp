@@ -329,6 +329,25 @@ TEST_F( PbrCountersMgrTest, TheOldMachineIsGoneBeforeTheNewOneIsMade ) {
    EXPECT_THAT( oldSeen, ElementsAre( false, false ) );
 }
 
+/// The idle machine refuses it, the streaming one passes over it.
+TEST_F( PbrCountersMgrTest, APolicyMapWithoutCountersKeepsItFromIdlingUntilItHasGone ) {
+   const auto consumer = newConsumer();
+   tree.addClass( "edge", "web", 1 );
+   mount();
+   mgr().startWatching( consumer );
+   tree.root->policyMapCountersIs( PolicyMapKey( "core" ), nullptr );
+   EXPECT_THROW( mgr().stopWatching(), Quon::NullPointerException );
+   EXPECT_FALSE( idle() || streaming() );
+   mgr().startWatching( consumer );
+   EXPECT_TRUE( streaming() );
+   tree.removePolicy( "core" );
+   tree.addClass( "edge", "voice", 2 );
+   loop.runUntilIdle();
+   EXPECT_EQ( consumer->contents(), tree.contents() );
+   mgr().stopWatching();
+   EXPECT_TRUE( idle() );
+}
+
 // Point queries -----------------------------------------------------------------------------------
 
 TEST_F( PbrCountersMgrTest, AQueryReadsTheStatusAndReturnsTheKeysAsGiven ) {
