@@ -74,10 +74,13 @@ class Agent:
                 left = deadline - time.monotonic()
                 if left <= 0 or self._ended:
                     raise AssertionError(
-                        f"{'the agent ended' if self._ended else 'in vain'} before {what}\n"
+                        f"{self._end() if self._ended else 'in vain'} before {what}\n"
                         f"counters: {self.counters}\nlast lines: {self.lines[-20:]}\n"
                         f"standard error: {self.complaints}")
                 self._changed.wait(left)
+
+    def _end(self):
+        return f"the agent ended with code {self._process.wait(PATIENCE)}"
 
     def events(self, kind):
         return [line for line in self.lines if line["event"] == kind]
