@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include "Lumo/String.h"
 #include "Lumo/ThrowingAssertionHandler.h"
 #include "Quon/KeyedCollectionTestTypes.h"
 
@@ -345,6 +346,28 @@ TEST( HashMap2018, KeepsValuesThatCannotBeCopied ) {
    EXPECT_EQ( *out.takeMember( 1 ).value(), 10 );
    i.advance();
    EXPECT_FALSE( i );
+}
+
+/// Keys longer than a word, so that comparing with a slot that holds nothing cannot go unnoticed.
+Lumo::String longName( unsigned n ) {
+   return "a class name of many letters " + std::to_string( n );
+}
+
+TEST( HashMap2018, FindsNothingInAnEmptyOneWhateverTheHash ) {
+   const HashMap2018< Lumo::String, std::uint64_t > map;
+   for ( unsigned n = 0; n < 5000; ++n ) { ASSERT_EQ( map.lookup( longName( n ) ), nullptr ) << n; }
+}
+
+TEST( HashMap2018, FindsNothingWhereEverythingWasDeleted ) {
+   HashMap2018< Lumo::String, std::uint64_t > map;
+   for ( unsigned n = 0; n < 5000; ++n ) { map.memberIs( longName( n ), n ); }
+   for ( unsigned n = 0; n < 5000; ++n ) {
+      map.deleteMember( longName( n ) );
+      ASSERT_EQ( map.lookup( longName( n ) ), nullptr ) << n;
+   }
+   for ( unsigned n = 0; n < 10000; ++n ) {
+      ASSERT_EQ( map.lookup( longName( n ) ), nullptr ) << n;
+   }
 }
 
 TEST( HashMap2018, AnEmptyOneIsFourWords ) {

@@ -90,9 +90,10 @@ class HashSegment : public HashLeaf {
       return static_cast< unsigned >( ( hash >> 8 & 0xffff ) * groups >> 16 );
    }
 
-   /// The slots of one group whose tag is that of `hash`, as bits 0 to 15.
+   /// The live slots of one group whose tag is that of `hash`, as bits 0 to 15. Empty leaves and
+   /// trees have no tags: whatever stands behind their header matches no live slot.
    std::uint64_t candidates( std::uint64_t hash, unsigned group ) const {
-      return matchTags16( tags() + 16 * group, tagOf( hash ) );
+      return matchTags16( tags() + 16 * group, tagOf( hash ) ) & ( live >> ( 16 * group ) );
    }
 
    /// Whether elements like this may be in another group than their own.
