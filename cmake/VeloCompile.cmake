@@ -27,6 +27,10 @@ if( VELO_WERROR )
    add_compile_options( -Werror )
 endif()
 
+# Nobody replaces single functions of our shared libraries: calls inside one need no detour, and may
+# be inlined. (What the C++ library lets a program replace, `operator new` say, still is.)
+add_compile_options( -fno-semantic-interposition )
+
 # Object files do not depend on where the build tree is, so that a compiler cache can share them
 # between presets.
 add_compile_options( "-ffile-prefix-map=${PROJECT_BINARY_DIR}=." )
