@@ -5,6 +5,7 @@
 
 #include "Quon/Attribute.h"
 #include "Quon/CharRange.h"
+#include "Quon/DenseMap2018.h"
 #include "Quon/Entity.h"
 #include "Quon/Exceptions.h"
 #include "Quon/Hash.h"

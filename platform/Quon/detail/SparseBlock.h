@@ -92,7 +92,7 @@ class alignas( 16 ) SparseBlock {
       return capacity_ == 64 ? slot : bitsSet( mask_ & ( ( std::uint64_t{ 1 } << slot ) - 1 ) );
    }
    static unsigned capacityFor( unsigned wanted ) {
-      for ( const unsigned capacity : { 1u, 2u, 4u, 8u, 16u, 24u, 32u, 48u } ) {
+      for ( const unsigned capacity : { 1u, 2u, 4u, 8u, 16u, 24u } ) {
          if ( wanted <= capacity ) { return capacity; }
       }
       return 64;
