@@ -28,7 +28,7 @@ class VELO_SDK_RPC_EXPORT PbrCountersBacklog final : public Quon::PublishingEnti
          const std::uint64_t & operator()( const PbrCounters & c ) const { return c.shortKey(); }
       };
    };
-   using Backlog = Quon::HashMap2018< std::uint64_t, PbrCounters, BacklogTraits >;
+   using Backlog = Quon::DenseMap2018< PbrCounters, BacklogTraits >;
    using HN_Backlog = Backlog::Node;
 
    /// The attributes; changes of `frontend` and `backlog` are published. What a subscriber throws

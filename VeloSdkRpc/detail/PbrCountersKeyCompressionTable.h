@@ -19,7 +19,7 @@ namespace VeloSdkRpc {
 class VELO_SDK_RPC_EXPORT PbrCountersKeyCompressionTable final : public Quon::Entity {
  public:
    using ShortKeys = Quon::HashMap2018< PbrCountersKey, std::uint64_t >;
-   using NovelKeys = Quon::HashMap2018< std::uint64_t >;
+   using NovelKeys = Quon::DenseMap2018<>;
    using HN_ShortKey = ShortKeys::Node;
    using HN_NovelKey = NovelKeys::Node;
 
