@@ -31,14 +31,6 @@ void PbrCounters::frell_restart( Frell::WMgr< QuonFrell::EntityBase > * writer )
    longKey_.frell_restart( writer ); // Everything else needs no work.
 }
 
-bool PbrCounters::isEq( const void * a, const void * b ) {
-   if ( a == b ) { return true; }
-   const auto & left = *static_cast< const PbrCounters * >( a );
-   const auto & right = *static_cast< const PbrCounters * >( b );
-   return left.shortKey_ == right.shortKey_ && left.data_ == right.data_ &&
-          left.deletedKey_ == right.deletedKey_ && left.longKey_ == right.longKey_;
-}
-
 PbrCounters::operator bool() const { return *this != PbrCounters(); }
 
 std::ostream & operator<<( std::ostream & os, const PbrCounters & record ) {

@@ -50,7 +50,12 @@ class VELO_SDK_RPC_EXPORT PbrCounters {
    bool deletedKey() const { return deletedKey_; }
 
    /// Equal records have the same `data` entity: counters of equal contents are not enough.
-   static bool isEq( const void * a, const void * b );
+   static bool isEq( const void * a, const void * b ) {
+      const auto & left = *static_cast< const PbrCounters * >( a );
+      const auto & right = *static_cast< const PbrCounters * >( b );
+      return left.shortKey_ == right.shortKey_ && left.data_ == right.data_ &&
+             left.deletedKey_ == right.deletedKey_ && left.longKey_ == right.longKey_;
+   }
    friend bool operator==( const PbrCounters & a, const PbrCounters & b ) { return isEq( &a, &b ); }
 
    /// Whether the record differs from a default one.

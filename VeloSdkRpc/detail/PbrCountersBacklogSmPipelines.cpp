@@ -10,16 +10,39 @@ namespace VeloSdkRpc {
 
 using detail::ilexPrint;
 
+namespace {
+
+constexpr int kRuleTrace = 7;
+
+/// Whether just these values are pending already, told without making a record of them.
+bool isPending( const PbrCountersBacklog & backlog, std::uint64_t key,
+                const PbrCountersKey & longKey,
+                const PbrCountersBacklogSm::CountersValue & countersValue, bool isDeleted ) {
+   const PbrCountersBacklog::HN_Backlog * entry = backlog.backlog()[key];
+   if ( !entry ) { return false; }
+   const PbrCounters & pending = entry->value();
+   const auto * data = countersValue ? countersValue->get() : nullptr;
+   return pending.data().get() == data && pending.deletedKey() == isDeleted &&
+          pending.longKey() == longKey;
+}
+
+} // namespace
+
 void PbrCountersBacklogSm::eventToInput( const PolicyMapKey & policyKey, const Lumo::String & name,
                                          const CountersValue & countersValue ) {
    if ( !initialScanDone() ) { return; }
-   LUMO_TRACE( traceHandle(), 7,
+   LUMO_TRACE( traceHandle(), kRuleTrace,
                "input = from( root.policyMapCounters[].classCounters[].{{ countData }} ): "
                "policyKey={} name={} countersValue={}",
                ilexPrint( policyKey ), ilexPrint( name ), ilexPrint( countersValue ) );
-   const PbrCountersKey countersKey( policyKey, name, {} );
-   const auto * entry = shortKeys_->shortKey()[countersKey];
+   const auto * entry = shortKeys_->shortKey()[PbrCountersKeyProbe{ policyKey, name }];
    const ShortKey currentKey = entry ? ShortKey( entry->value() ) : ShortKey();
+   if ( entry && countersValue ) {
+      // The table's own copy of the long key serves: pipelines 0, 4, 5 and 2 leave the table alone.
+      eventToIvx_pipeline0( countersValue, entry->fwkKey(), currentKey );
+      return;
+   }
+   const PbrCountersKey countersKey( policyKey, name, {} );
    if ( countersValue ) {
       eventToIvx_pipeline0( countersValue, countersKey, currentKey );
    } else {
@@ -30,7 +53,7 @@ void PbrCountersBacklogSm::eventToInput( const PolicyMapKey & policyKey, const L
 void PbrCountersBacklogSm::eventToIvx_pipeline0( const CountersValue & countersValue,
                                                  const PbrCountersKey & countersKey,
                                                  const ShortKey & currentKey ) {
-   LUMO_TRACE( traceHandle(), 7,
+   LUMO_TRACE( traceHandle(), kRuleTrace,
                "Line 20: merge( input ): countersValue={} countersKey={} currentKey={}",
                ilexPrint( countersValue ), ilexPrint( countersKey ), ilexPrint( currentKey ) );
    if ( currentKey ) {
@@ -42,20 +65,21 @@ void PbrCountersBacklogSm::eventToIvx_pipeline0( const CountersValue & countersV
 
 void PbrCountersBacklogSm::eventToIvx_pipeline3( const CountersValue & countersValue,
                                                  const PbrCountersKey & countersKey ) {
-   LUMO_TRACE( traceHandle(), 7, "Line 22: merge( ivx_pipeline0 ): countersValue={} countersKey={}",
+   LUMO_TRACE( traceHandle(), kRuleTrace,
+               "Line 22: merge( ivx_pipeline0 ): countersValue={} countersKey={}",
                ilexPrint( countersValue ), ilexPrint( countersKey ) );
    const std::uint64_t nextKey = shortKeys_->nextKey() + 1;
-   LUMO_TRACE( traceHandle(), 7, "into( shortKeys.nextKey ): inserting value={}",
+   LUMO_TRACE( traceHandle(), kRuleTrace, "into( shortKeys.nextKey ): inserting value={}",
                ilexPrint( nextKey ) );
    shortKeys_->nextKeyIs( nextKey );
-   LUMO_TRACE( traceHandle(), 7,
+   LUMO_TRACE( traceHandle(), kRuleTrace,
                "into( shortKeys.shortKey[ countersKey ] ): inserting k1={}, value={}",
                ilexPrint( countersKey ), ilexPrint( nextKey ) );
    shortKeys_->shortKeyIs( countersKey, nextKey );
    if ( shortKeysNovelKeyOutputReconciling() ) {
       shortKeysNovelKeyOutputSeenIs( ShortKeysNovelKeyOutputKeyType( nextKey ) );
    }
-   LUMO_TRACE( traceHandle(), 7, "into( shortKeys.novelKey[ nextKey ] ): inserting k1={}",
+   LUMO_TRACE( traceHandle(), kRuleTrace, "into( shortKeys.novelKey[ nextKey ] ): inserting k1={}",
                ilexPrint( nextKey ) );
    shortKeys_->novelKeyIs( nextKey );
    eventToIvx_pipeline5( nextKey, countersValue, countersKey );
@@ -64,7 +88,7 @@ void PbrCountersBacklogSm::eventToIvx_pipeline3( const CountersValue & countersV
 void PbrCountersBacklogSm::eventToIvx_pipeline4( const CountersValue & countersValue,
                                                  const PbrCountersKey & countersKey,
                                                  const ShortKey & currentKey ) {
-   LUMO_TRACE( traceHandle(), 7,
+   LUMO_TRACE( traceHandle(), kRuleTrace,
                "Line 22: merge( ivx_pipeline0 ): countersValue={} countersKey={} currentKey={}",
                ilexPrint( countersValue ), ilexPrint( countersKey ), ilexPrint( currentKey ) );
    eventToIvx_pipeline5( *currentKey, countersValue, countersKey );
@@ -73,7 +97,7 @@ void PbrCountersBacklogSm::eventToIvx_pipeline4( const CountersValue & countersV
 void PbrCountersBacklogSm::eventToIvx_pipeline5( const std::uint64_t & key,
                                                  const CountersValue & countersValue,
                                                  const PbrCountersKey & countersKey ) {
-   LUMO_TRACE( traceHandle(), 7,
+   LUMO_TRACE( traceHandle(), kRuleTrace,
                "Line 22: merge( ivx_pipeline3, ivx_pipeline4 ): "
                "key={} countersValue={} countersKey={}",
                ilexPrint( key ), ilexPrint( countersValue ), ilexPrint( countersKey ) );
@@ -83,10 +107,11 @@ void PbrCountersBacklogSm::eventToIvx_pipeline5( const std::uint64_t & key,
 void PbrCountersBacklogSm::eventToIvx_pipeline1( const CountersValue & countersValue,
                                                  const PbrCountersKey & countersKey,
                                                  const ShortKey & currentKey ) {
-   LUMO_TRACE( traceHandle(), 7,
+   LUMO_TRACE( traceHandle(), kRuleTrace,
                "Line 20: merge( input ): countersValue={} countersKey={} currentKey={}",
                ilexPrint( countersValue ), ilexPrint( countersKey ), ilexPrint( currentKey ) );
-   LUMO_TRACE( traceHandle(), 7, "into( shortKeys.shortKey[ countersKey ] ): deleting k1={}",
+   LUMO_TRACE( traceHandle(), kRuleTrace,
+               "into( shortKeys.shortKey[ countersKey ] ): deleting k1={}",
                ilexPrint( countersKey ) );
    shortKeys_->shortKeyDel( countersKey );
    eventToIvx_pipeline2( *currentKey, true, countersValue, countersKey );
@@ -95,11 +120,16 @@ void PbrCountersBacklogSm::eventToIvx_pipeline1( const CountersValue & countersV
 void PbrCountersBacklogSm::eventToIvx_pipeline2( const std::uint64_t & key, const bool & isDeleted,
                                                  const CountersValue & countersValue,
                                                  const PbrCountersKey & countersKey ) {
-   LUMO_TRACE( traceHandle(), 7,
+   LUMO_TRACE( traceHandle(), kRuleTrace,
                "Line 20: merge( ivx_pipeline5, ivx_pipeline1 ): "
                "key={} isDeleted={} countersValue={} countersKey={}",
                ilexPrint( key ), ilexPrint( isDeleted ), ilexPrint( countersValue ),
                ilexPrint( countersKey ) );
+   // The common event finds its record pending. It takes no reference and writes nothing at all.
+   if ( !backlogBacklogOutputReconciling() && !traceHandle().enabled( kRuleTrace ) &&
+        isPending( *backlog_, key, countersKey, countersValue, isDeleted ) ) {
+      return;
+   }
    const PbrCounters value( key, countersKey, countersValue ? *countersValue : PbrCounters::Data(),
                             isDeleted );
    writeBacklog( key, &value );
@@ -111,13 +141,14 @@ void PbrCountersBacklogSm::writeBacklog( std::uint64_t key, const PbrCounters * 
       backlogBacklogOutputSeenIs( BacklogBacklogOutputKeyType( key ) );
    }
    if ( !value ) {
-      LUMO_TRACE( traceHandle(), 7, "into( backlog.backlog[ key ] ): deleting k1={}",
+      LUMO_TRACE( traceHandle(), kRuleTrace, "into( backlog.backlog[ key ] ): deleting k1={}",
                   ilexPrint( key ) );
       backlog_->backlogDel( key );
       return;
    }
-   LUMO_TRACE( traceHandle(), 7, "into( backlog.backlog[ key ] ): inserting k1={}, value={}",
-               ilexPrint( key ), ilexPrint( *value ) );
+   LUMO_TRACE( traceHandle(), kRuleTrace,
+               "into( backlog.backlog[ key ] ): inserting k1={}, value={}", ilexPrint( key ),
+               ilexPrint( *value ) );
    LUMO_FMASSERT( value->shortKey() == key,
                   "In \"into( backlog.backlog[ key ] )\" the value inserted in the into statement "
                   "has internal key: {}, but the key specified in the into is: {}",

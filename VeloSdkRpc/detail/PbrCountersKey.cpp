@@ -37,22 +37,6 @@ std::strong_ordering operator<=>( const PbrCountersKey & a, const PbrCountersKey
    return a.aclRule_ <=> b.aclRule_;
 }
 
-bool PbrCountersKey::isEq( const void * a, const void * b ) {
-   if ( a == b ) { return true; }
-   const auto & left = *static_cast< const PbrCountersKey * >( a );
-   const auto & right = *static_cast< const PbrCountersKey * >( b );
-   return left.name_ == right.name_ && left.aclRule_ == right.aclRule_ &&
-          left.policyKey_ == right.policyKey_;
-}
-
-std::uint64_t PbrCountersKey::hash( unsigned seed ) const {
-   Quon::HashState state( seed );
-   state.mix( static_cast< std::uint32_t >( policyKey_.hash( 0 ) ) );
-   state.mix( name_ );
-   state.mix( aclRule_ );
-   return state.result();
-}
-
 PbrCountersKey::operator bool() const { return *this != PbrCountersKey(); }
 
 std::ostream & operator<<( std::ostream & os, const PbrCountersKey & key ) {

@@ -54,10 +54,23 @@ class VELO_SDK_RPC_EXPORT PbrCountersKey {
    }
 
    /// Equality of two keys behind untyped pointers.
-   static bool isEq( const void * a, const void * b );
+   static bool isEq( const void * a, const void * b ) {
+      const auto & left = *static_cast< const PbrCountersKey * >( a );
+      const auto & right = *static_cast< const PbrCountersKey * >( b );
+      return left.name_ == right.name_ && left.aclRule_ == right.aclRule_ &&
+             left.policyKey_ == right.policyKey_;
+   }
 
    /// Mixes `policyKey`, `name` and `aclRule` into `seed`. O(1). Not the same in two processes.
-   std::uint64_t hash( unsigned seed ) const;
+   std::uint64_t hash( unsigned seed ) const { return hashOf( seed, policyKey_, name_, aclRule_ ); }
+   static std::uint64_t hashOf( unsigned seed, const PolicyMap::Counters::PolicyMapKey & policyKey,
+                                const Lumo::String & name, const Lumo::String & aclRule ) {
+      Quon::HashState state( seed );
+      state.mix( static_cast< std::uint32_t >( policyKey.hash( 0 ) ) );
+      state.mix( name );
+      state.mix( aclRule );
+      return state.result();
+   }
 
    /// Whether the key differs from a default one.
    explicit operator bool() const;
@@ -73,6 +86,27 @@ class VELO_SDK_RPC_EXPORT PbrCountersKey {
    PolicyMap::Counters::PolicyMapKey policyKey_;
    Lumo::String name_;
    Lumo::String aclRule_;
+};
+
+/// Stands for the long key of a class, without an ACL rule, in a look-up: refers to its parts, so
+/// that no reference on them is taken.
+struct PbrCountersKeyProbe {
+   const PolicyMap::Counters::PolicyMapKey & policyKey;
+   const Lumo::String & name;
+
+   std::uint64_t hash( unsigned seed ) const {
+      return PbrCountersKey::hashOf( seed, policyKey, name, {} );
+   }
+   friend bool operator==( const PbrCountersKey & key, const PbrCountersKeyProbe & probe ) {
+      return key.name() == probe.name && key.aclRule().empty() &&
+             key.policyKey() == probe.policyKey;
+   }
+   friend std::strong_ordering operator<=>( const PbrCountersKey & key,
+                                            const PbrCountersKeyProbe & probe ) {
+      if ( const auto order = key.policyKey() <=> probe.policyKey; order != 0 ) { return order; }
+      if ( const auto order = key.name() <=> probe.name; order != 0 ) { return order; }
+      return key.aclRule() <=> Lumo::String();
+   }
 };
 
 VELO_SDK_RPC_EXPORT std::ostream & operator<<( std::ostream & os, const PbrCountersKey & key );
