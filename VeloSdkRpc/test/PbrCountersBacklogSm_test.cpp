@@ -24,7 +24,7 @@ class PbrCountersBacklogSmTest : public BacklogMachineTest {
    using CountersValue = PbrCountersBacklogSm::CountersValue;
    using ShortKey = PbrCountersBacklogSm::ShortKey;
 
-   bool isNovel( std::uint64_t key ) const { return table->novelKey()[key]; }
+   bool isNovel( std::uint64_t key ) const { return static_cast< bool >( table->novelKey()[key] ); }
 
    static std::string inserted( const PbrCounters & record ) {
       return "into( backlog.backlog[ key ] ): inserting k1=" + ilexPrint( record.shortKey() ) +
