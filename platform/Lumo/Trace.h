@@ -139,14 +139,14 @@ void fmtrace( const TraceHandle & handle, int level, std::source_location where,
 
 } // namespace Lumo
 
-/// `fmtrace` from here, with its arguments evaluated only if `level` is enabled; by code that is kept
-/// out of the way of what goes on when it is not.
+/// `fmtrace` from here, with its arguments evaluated only if `level` is enabled; by code that is
+/// kept out of the way of what goes on when it is not.
 #define LUMO_TRACE( handle, level, ... )                                                           \
    do {                                                                                            \
       const auto & lumoTraceHandle = ( handle );                                                   \
       if ( lumoTraceHandle.enabled( level ) ) [[unlikely]] {                                       \
          constexpr auto lumoTraceWhere = std::source_location::current();                          \
-         [ & ]() __attribute__( ( noinline, cold ) ) {                                             \
+         [&]() __attribute__( ( noinline, cold ) ) {                                               \
             ::Lumo::fmtrace( lumoTraceHandle, level, lumoTraceWhere, __VA_ARGS__ );                \
          }();                                                                                      \
       }                                                                                            \
