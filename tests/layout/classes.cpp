@@ -4,6 +4,7 @@
 
 #include "Lumo/Node.h"
 #include "VeloSdkRpc/PbrCountersMgr.h"
+#include "VeloSdkRpc/SdkErrors.h"
 #include "velo/mount_handler.h"
 
 class MountHandler : public velo::mount_handler {
