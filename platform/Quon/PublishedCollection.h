@@ -8,25 +8,24 @@
 
 namespace Quon {
 
-/// A collection attribute of an entity: entities `E` by `Key`, every change published under
-/// `attributeId`. A null pointer is a value like any other.
+/// A collection attribute of an entity: values `V` by `Key`, every change published under
+/// `attributeId`. `V` is a value type with `==`.
 ///
 /// Owner      `owner`, which has it as a member
 /// Thread     event loop only
-/// Publishes  once per changed key, with pointers to the old and the new `Lumo::Ptr< const E >`,
-///            each null if there was none or is none any more; nothing when the same pointer is
-///            stored again
+/// Publishes  once per changed key, with pointers to the old and the new `V`, each null if there
+///            was none or is none any more; nothing when an equal value is stored again
 /// Re-entry   a change is complete before it is told, and telling is the last that happens: a
 ///            subscriber may change the collection again or let go of the owner. Key and values
 ///            handed to it stay readable during the dispatch, whatever becomes of the element
 /// Errors     an exception of a subscriber passes through; the change stands
-template< short attributeId, class Key, class E >
-class PublishedCollection {
+template< short attributeId, class Key, class V, class Traits = KeyTraits< Key > >
+class PublishedValues {
  public:
-   using Value = Lumo::Ptr< const E >;
-   using Members = HashMap2018< Key, Value >;
+   using Value = V;
+   using Members = HashMap2018< Key, Value, Traits >;
 
-   explicit PublishedCollection( PublishingEntity & owner ) : owner_( owner ) {}
+   explicit PublishedValues( PublishingEntity & owner ) : owner_( owner ) {}
 
    const Members & members() const { return members_; }
 
@@ -37,7 +36,7 @@ class PublishedCollection {
       if ( !present ) {
          members_.memberIs( told, current );
          publish( told, nullptr, &current );
-      } else if ( const Value previous = present->value(); previous != current ) {
+      } else if ( const Value previous = present->value(); !( previous == current ) ) {
          members_.memberIs( told, current );
          publish( told, &previous, &current );
       }
@@ -57,12 +56,6 @@ class PublishedCollection {
       for ( auto at = members_.iterator(); at; at.advance() ) { memberDel( at.key() ); }
    }
 
-   /// For the writer of the tree: the entity under `key`, or null.
-   E * memberMutable( const Key & key ) const {
-      const auto * const present = members_.lookup( key );
-      return present ? const_cast< E * >( present->value().get() ) : nullptr;
-   }
-
  private:
    /// Comes last in every change: afterwards the owner may be gone.
    void publish( const Key & key, const Value * previous, const Value * current ) {
@@ -71,6 +64,20 @@ class PublishedCollection {
 
    PublishingEntity & owner_;
    Members members_;
+};
+
+/// A collection attribute of entities `E`. A null pointer is a value like any other; two pointers
+/// are equal when they point to the same entity.
+template< short attributeId, class Key, class E >
+class PublishedCollection : public PublishedValues< attributeId, Key, Lumo::Ptr< const E > > {
+ public:
+   using PublishedValues< attributeId, Key, Lumo::Ptr< const E > >::PublishedValues;
+
+   /// For the writer of the tree: the entity under `key`, or null.
+   E * memberMutable( const Key & key ) const {
+      const auto * const present = this->members().lookup( key );
+      return present ? const_cast< E * >( present->value().get() ) : nullptr;
+   }
 };
 
 } // namespace Quon

@@ -1,0 +1,11 @@
+#include "Mpls/Route.h"
+
+#include <ostream>
+
+namespace Mpls::Hardware {
+
+std::ostream & operator<<( std::ostream & os, const Route & route ) {
+   return Quon::printText( os, route );
+}
+
+} // namespace Mpls::Hardware
