@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "Lumo/Ptr.h"
+#include "Quon/Dir.h"
 #include "Quon/Exceptions.h"
 
 namespace Keldb {
@@ -12,14 +13,6 @@ namespace {
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::ThrowsMessage;
-
-class Directory final : public Quon::Entity {
- public:
-   const Quon::TypeData & typeData() const override {
-      static constexpr Quon::TypeData data{ "Quon::Dir", {} };
-      return data;
-   }
-};
 
 AllMountFlags flagsOf( std::string_view mode ) {
    Mount mount( "routing", "Quon::Dir" );
@@ -75,7 +68,7 @@ TEST( MountGroup, RecordsMountsInTheOrderInWhichTheyAreAskedFor ) {
 
 TEST( EntityManager, ReturnsTheEntityAtAPathOrNull ) {
    const auto entities = Lumo::makeNode< EntityManager >();
-   const auto directory = Lumo::makeNode< Directory >(), other = Lumo::makeNode< Directory >();
+   const auto directory = Lumo::makeNode< Quon::Dir >(), other = Lumo::makeNode< Quon::Dir >();
    EXPECT_EQ( entities->getEntity( "routing" ), nullptr );
    entities->entityIs( "routing", directory );
    EXPECT_EQ( entities->getEntity( "routing" ), directory );
@@ -85,6 +78,33 @@ TEST( EntityManager, ReturnsTheEntityAtAPathOrNull ) {
    EXPECT_EQ( directory->references(), 1u );
    entities->entityIs( "routing", nullptr );
    EXPECT_EQ( entities->getEntity( "routing" ), nullptr );
+}
+
+TEST( EntityManager, KnowsWhatAMountByPathAloneMeans ) {
+   const auto entities = Lumo::makeNode< EntityManager >();
+   EXPECT_EQ( entities->pathType( "routing" ), nullptr );
+   const Mount first( "routing", "Quon::Dir", flagsOf( "r" ) );
+   const Mount second( "routing", "Routing::Status", flagsOf( "wi" ) );
+   for ( const Mount & mount : { first, second } ) {
+      entities->pathTypeIs( mount );
+      ASSERT_TRUE( entities->pathType( "routing" ) );
+      EXPECT_EQ( *entities->pathType( "routing" ), mount );
+   }
+   EXPECT_EQ( entities->pathType( "rout" ), nullptr );
+}
+
+TEST( EntityManager, AMountMakesWhatIsNotThereIfItAsksForThat ) {
+   const auto entities = Lumo::makeNode< EntityManager >();
+   entities->mount( Mount( "read", "Quon::Dir", flagsOf( "rw" ) ) );
+   EXPECT_EQ( entities->getEntity( "read" ), nullptr );
+   const Mount written( "written", "Quon::Dir", flagsOf( "wi" ) );
+   entities->mount( written );
+   const auto made = entities->getEntity( "written" );
+   EXPECT_TRUE( Quon::entityCast< Quon::Dir >( made ) );
+   entities->mount( written );
+   EXPECT_EQ( entities->getEntity( "written" ), made );
+   EXPECT_THROW( entities->mount( Mount( "other", "Test::NoSuchType", flagsOf( "wi" ) ) ),
+                 Quon::EntityTypeException );
 }
 
 } // namespace

@@ -1,5 +1,7 @@
 #include "Keldb/Mount.h"
 
+#include <string>
+
 #include <fmt/format.h>
 
 #include "Quon/Exceptions.h"
@@ -7,20 +9,34 @@
 namespace Keldb {
 namespace {
 
-constexpr std::uint8_t kAllFlags = 7;
+struct ModeLetter {
+   char letter;
+   MountFlag flag;
+   std::string_view meaning;
+};
 
-/// The flag that `letter` stands for; 0 for an unknown letter.
-std::uint8_t flagOfLetter( char letter ) {
-   switch ( letter ) {
-   case 'r':
-      return static_cast< std::uint8_t >( MountFlag::read );
-   case 'w':
-      return static_cast< std::uint8_t >( MountFlag::write );
-   case 'i':
-      return static_cast< std::uint8_t >( MountFlag::initialize );
-   default:
-      return 0;
+/// What is behind each letter of a mode string; explained in the header.
+constexpr ModeLetter kModeLetters[] = { { 'r', MountFlag::read, "read" },
+                                        { 'w', MountFlag::write, "write" },
+                                        { 'i', MountFlag::initialize, "initialize" } };
+
+constexpr std::uint8_t bitOf( MountFlag flag ) { return static_cast< std::uint8_t >( flag ); }
+
+constexpr std::uint8_t kAllFlags = [] {
+   std::uint8_t all = 0;
+   for ( const ModeLetter & known : kModeLetters ) { all |= bitOf( known.flag ); }
+   return all;
+}();
+
+std::uint8_t bitOfLetter( char letter, std::string_view mode ) {
+   std::string letters;
+   for ( const ModeLetter & known : kModeLetters ) {
+      if ( known.letter == letter ) { return bitOf( known.flag ); }
+      letters +=
+         fmt::format( "{}{} ({})", letters.empty() ? "" : ", ", known.letter, known.meaning );
    }
+   Quon::throwRangeException( fmt::format( "Unknown letter {:?} in mount mode {:?}: known are {}",
+                                           letter, mode, letters ) );
 }
 
 } // namespace
@@ -38,15 +54,7 @@ Mount::Mount( const Lumo::String & path, const Lumo::String & entityType, AllMou
 
 void Mount::handleFlags( std::string_view mode ) {
    std::uint8_t flags = flags_.value();
-   for ( const char letter : mode ) {
-      const std::uint8_t flag = flagOfLetter( letter );
-      if ( flag == 0 ) {
-         Quon::throwRangeException( fmt::format(
-            "Unknown letter {:?} in mount mode {:?}: known are r (read), w (write), i (initialize)",
-            letter, mode ) );
-      }
-      flags |= flag;
-   }
+   for ( const char letter : mode ) { flags |= bitOfLetter( letter, mode ); }
    flags_ = AllMountFlags( flags );
 }
 

@@ -8,12 +8,14 @@
 
 namespace Keldb {
 
-/// What a mount is for. Each has a letter in mode strings.
-enum class MountFlag : std::uint8_t {
-   read = 1,       ///< 'r': the entity is read, and its changes are told.
-   write = 2,      ///< 'w': the entity is written.
-   initialize = 4, ///< 'i': whoever mounts sets the entity up; it need not be there before.
-};
+/// What a mount is for. Each flag has a letter in mode strings:
+///
+///    r   read         the entity is read, and its changes are told
+///    w   write        the entity is written
+///    i   initialize   the entity need not be there: then the mount makes it, of the type asked for
+///
+/// So "r" is for a status that somebody else keeps and "wi" for configuration of one's own.
+enum class MountFlag : std::uint8_t { read = 1, write = 2, initialize = 4 };
 
 /// A set of mount flags.
 class AllMountFlags {

@@ -8,6 +8,7 @@ namespace Quon {
 
 RangeException::~RangeException() = default;
 DenseEnumBoolSetRangeException::~DenseEnumBoolSetRangeException() = default;
+EntityTypeException::~EntityTypeException() = default;
 BadOptionalAccess::BadOptionalAccess() : std::logic_error( "bad optional access" ) {}
 BadOptionalAccess::~BadOptionalAccess() = default;
 NullPointerException::~NullPointerException() = default;
@@ -19,6 +20,10 @@ void throwDenseEnumBoolSetRangeException( std::string_view typeName, unsigned va
                                           unsigned highest ) {
    throw DenseEnumBoolSetRangeException(
       fmt::format( "{}: value {} is outside the range 0 to {}", typeName, value, highest ) );
+}
+
+void throwEntityTypeException( std::string_view text ) {
+   throw EntityTypeException( std::string( text ) );
 }
 
 void throwMutatorArgNullPointerException( std::string_view mutator, std::string_view argument ) {

@@ -24,6 +24,13 @@ class VELO_PLATFORM_EXPORT DenseEnumBoolSetRangeException final : public RangeEx
    ~DenseEnumBoolSetRangeException() override;
 };
 
+/// An entity type that does not exist, or is not that of the entity there.
+class VELO_PLATFORM_EXPORT EntityTypeException final : public std::invalid_argument {
+ public:
+   using std::invalid_argument::invalid_argument;
+   ~EntityTypeException() override;
+};
+
 /// The value of an absent optional was asked for.
 class VELO_PLATFORM_EXPORT BadOptionalAccess final : public std::logic_error {
  public:
@@ -48,6 +55,7 @@ class VELO_PLATFORM_EXPORT ReinstantiatingException final : public std::logic_er
 [[noreturn]] VELO_PLATFORM_EXPORT void throwRangeException( std::string_view text );
 [[noreturn]] VELO_PLATFORM_EXPORT void
 throwDenseEnumBoolSetRangeException( std::string_view typeName, unsigned value, unsigned highest );
+[[noreturn]] VELO_PLATFORM_EXPORT void throwEntityTypeException( std::string_view text );
 [[noreturn]] VELO_PLATFORM_EXPORT void
 throwMutatorArgNullPointerException( std::string_view mutator, std::string_view argument );
 

@@ -4,6 +4,7 @@
 
 #include "Lumo/Hash.h"
 #include "Lumo/String.h"
+#include "Quon/Optional.h"
 
 namespace Quon {
 
@@ -18,6 +19,20 @@ class HashState {
 
    /// Its bytes, by way of the hash that the string keeps. O(1).
    void mix( const Lumo::String & text ) { mix( text.hash() ); }
+
+   /// A value that has a hash itself.
+   template< class V >
+      requires requires( const V & value ) { value.hash( 0U ); }
+   void mix( const V & value ) {
+      mix( std::uint64_t{ value.hash( 0U ) } );
+   }
+
+   /// A value or its absence.
+   template< class V >
+   void mix( const Optional< V > & optional ) {
+      mix( std::uint64_t{ optional.hasValue() } );
+      if ( optional ) { mix( *optional ); }
+   }
 
    std::uint64_t result() const { return state_; }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <compare>
 #include <optional>
 #include <utility>
 
@@ -28,6 +29,8 @@ class Optional {
    void reset() { value_.reset(); }
 
    friend bool operator==( const Optional &, const Optional & ) = default;
+   /// Absent comes first. For values that have an order.
+   friend auto operator<=>( const Optional &, const Optional & ) = default;
 
  private:
    std::optional< T > value_;

@@ -7,6 +7,7 @@
 #include "Lumo/Assert.h"
 #include "Lumo/ScopeExit.h"
 #include "Lumo/Thread.h"
+#include "Quon/EntityTypes.h"
 
 namespace velo {
 namespace {
@@ -29,7 +30,6 @@ void checkFlags( const QuonSharedMem::MountGroup::Mount & mount ) {
 class TypesByPath {
  public:
    void check( const Lumo::String & path, const Lumo::String & type ) {
-      checkPath( path );
       if ( type.empty() ) {
          throw mount_protocol_error( fmt::format( "{} is to be mounted without a type", path ) );
       }
@@ -40,29 +40,47 @@ class TypesByPath {
       }
    }
 
-   static void checkPath( const Lumo::String & path ) {
-      if ( path.empty() ) { throw mount_protocol_error( "a mount without a path" ); }
-   }
-
  private:
    std::map< Lumo::String, Lumo::String > types_;
 };
 
-void check( const Keldb::MountGroup & group ) {
+void checkPath( const Lumo::String & path ) {
+   if ( path.empty() ) { throw mount_protocol_error( "a mount without a path" ); }
+}
+
+void checkTypeCanBeMade( const Keldb::Mount & mount, const Keldb::EntityManager & entities ) {
+   const bool toBeMade =
+      mount.flags().has( Keldb::MountFlag::initialize ) && !entities.getEntity( mount.path() );
+   if ( toBeMade && !Quon::entityTypeExists( mount.entityType() ) ) {
+      throw mount_protocol_error( fmt::format( "{} is to be made as {}, which is no entity type",
+                                               mount.path(), mount.entityType() ) );
+   }
+}
+
+/// What a request means: by path alone, what the database keeps for that path.
+const Keldb::Mount & meant( const Keldb::Mount & mount, const Keldb::EntityManager & entities ) {
+   if ( !mount.byPathAlone() ) { return mount; }
+   if ( const Keldb::Mount * kept = entities.pathType( mount.path() ) ) { return *kept; }
+   throw mount_protocol_error( fmt::format(
+      "{} is to be mounted by path alone, but the state database keeps no type for that path",
+      mount.path() ) );
+}
+
+void check( const Keldb::MountGroup & group, const Keldb::EntityManager & entities ) {
    TypesByPath types;
-   for ( const Keldb::Mount & mount : group.mounts() ) {
-      if ( mount.byPathAlone() ) {
-         TypesByPath::checkPath( mount.path() );
-      } else {
-         types.check( mount.path(), mount.entityType() );
-         checkFlags( mount );
-      }
+   for ( const Keldb::Mount & asked : group.mounts() ) {
+      checkPath( asked.path() );
+      const Keldb::Mount & mount = meant( asked, entities );
+      types.check( mount.path(), mount.entityType() );
+      checkFlags( mount );
+      checkTypeCanBeMade( mount, entities );
    }
 }
 
 void check( const QuonSharedMem::MountGroup & group ) {
    TypesByPath types;
    for ( const QuonSharedMem::MountGroup::Mount & mount : group.mounts() ) {
+      checkPath( mount.path );
       types.check( mount.path, mount.entityType );
       checkFlags( mount );
    }
@@ -102,8 +120,11 @@ void mount_mgr::onePass() {
       handler->stage_ = Stage::collected;
       handler->doMounts( mounts, sharedMemMounts );
    }
-   check( *mounts );
+   check( *mounts, *entities_ );
    check( *sharedMemMounts );
+   for ( const Keldb::Mount & mount : mounts->mounts() ) {
+      entities_->mount( meant( mount, *entities_ ) );
+   }
    while ( mount_handler * handler = firstHandler( Stage::collected ) ) {
       handler->stage_ = Stage::complete;
       handler->onMountsComplete( entities_, sharedMemEntities_ );

@@ -22,14 +22,14 @@ class VELO_PLATFORM_EXPORT mount_protocol_error final : public std::logic_error 
 /// Runs the mount protocol for the handlers that registered themselves:
 ///
 ///    every handler's doMounts       in order of registration, into one pair of groups
-///    the mounts are checked
+///    the mounts are checked, then completed: what is to be made and not there is made
 ///    every handler's onMountsComplete                             in the same order
 ///
 /// A handler that registers itself meanwhile takes part: before the check in the same pass, after
 /// it in a further one. One that is destroyed meanwhile is not called any more.
 ///
-/// Whether an entity is there, and of which type, is not checked: that concerns the handler that
-/// wants it, and one missing status must not keep the others from starting.
+/// Whether any other entity is there, and of which type, is not checked: that concerns the handler
+/// that wants it, and one missing status must not keep the others from starting.
 ///
 /// Owner      the host; must not go while `mountAll` runs
 /// Thread     event loop only (checked in debug builds)
@@ -44,8 +44,10 @@ class VELO_PLATFORM_EXPORT mount_mgr {
    mount_mgr & operator=( const mount_mgr & ) = delete;
 
    /// Runs the protocol. A second call raises `mount_protocol_error`, and so does a mount that
-   /// cannot be meant: without a path, without a type, for nothing (no flags), or of a path that is
-   /// mounted with another type too. What a handler throws passes through and ends the protocol.
+   /// cannot be meant: without a path, without a type, for nothing (no flags), of a path that is
+   /// mounted with another type too, by path alone where the database keeps no type, or of a type
+   /// that is to be made and does not exist. What a handler throws passes through and ends the
+   /// protocol.
    void mountAll();
 
  private:

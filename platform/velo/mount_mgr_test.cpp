@@ -9,6 +9,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "Quon/Dir.h"
+#include "Quon/EntityTypes.h"
+
 namespace velo {
 namespace {
 
@@ -60,6 +63,15 @@ class MountProtocol : public testing::Test {
                                        Handler::Complete complete = {} ) {
       return std::make_unique< Handler >( *this, mgr.get(), name, std::move( collect ),
                                           std::move( complete ) );
+   }
+
+   static Keldb::Mount mounted( const char * path, const char * type, std::string_view mode ) {
+      Keldb::Mount mount( path, type );
+      mount.handleFlags( mode );
+      return mount;
+   }
+   static Keldb::Mount readable( const char * path, const char * type ) {
+      return mounted( path, type, "r" );
    }
 
    /// Runs the protocol with one handler that asks for `mounts`, which must be refused.
@@ -177,11 +189,10 @@ TEST_F( MountProtocol, AHandlerAddedWhileOthersAreToldHasAPassOfItsOwn ) {
 }
 
 TEST_F( MountProtocol, SeveralHandlersMayMountOnePathForDifferentUses ) {
+   entities->pathTypeIs( readable( "routing", "Quon::Dir" ) );
    const auto mounts = []( std::string_view mode ) {
       return [mode]( Keldb::MountGroup & group, QuonSharedMem::MountGroup & sharedMem ) {
-         Keldb::Mount mount( "routing", "Quon::Dir" );
-         mount.handleFlags( mode );
-         group.doMount( mount );
+         group.doMount( mounted( "routing", "Quon::Dir", mode ) );
          group.doMountPath( "routing" );
          sharedMem.doMount( "routing", "Routing::Status", QuonSharedMem::MountInfo::forReader() );
       };
@@ -201,12 +212,9 @@ TEST_F( MountProtocol, AMountWithoutFlagsIsRefusedBeforeAnyoneIsTold ) {
 }
 
 TEST_F( MountProtocol, AMountWithFlagsButWithoutATypeIsRefused ) {
-   EXPECT_EQ( refusalOf( []( auto & group, auto & ) {
-                 Keldb::Mount mount( "routing" );
-                 mount.handleFlags( "r" );
-                 group.doMount( mount );
-              } ),
-              "routing is to be mounted without a type" );
+   EXPECT_EQ(
+      refusalOf( []( auto & group, auto & ) { group.doMount( mounted( "routing", "", "r" ) ); } ),
+      "routing is to be mounted without a type" );
 }
 
 TEST_F( MountProtocol, AMountWithoutAPathIsRefused ) {
@@ -220,6 +228,59 @@ TEST_F( MountProtocol, OnePathCannotHaveTwoTypes ) {
                  sharedMem.doMount( "status", "B", QuonSharedMem::MountInfo::forReader() );
               } ),
               "status is to be mounted both as A and as B" );
+}
+
+TEST_F( MountProtocol, AMountByPathAloneHasTheTypeThatTheDatabaseKeeps ) {
+   entities->pathTypeIs( mounted( "routing", "Quon::Dir", "wi" ) );
+   const auto asks =
+      handler( "asks", []( auto & group, auto & ) { group.doMountPath( "routing" ); } );
+   mgr->mountAll();
+   EXPECT_TRUE( Quon::entityCast< Quon::Dir >( entities->getEntity( "routing" ) ) );
+}
+
+TEST_F( MountProtocol, AMountByPathAloneIsRefusedWhereTheDatabaseKeepsNoType ) {
+   EXPECT_EQ( refusalOf( []( auto & group, auto & ) { group.doMountPath( "routing" ); } ),
+              "routing is to be mounted by path alone, but the state database keeps no type for "
+              "that path" );
+}
+
+TEST_F( MountProtocol, APathCannotHaveAnotherTypeThanTheDatabaseKeepsForIt ) {
+   entities->pathTypeIs( readable( "routing", "Quon::Dir" ) );
+   EXPECT_EQ( refusalOf( []( auto & group, auto & ) {
+                 group.doMountPath( "routing" );
+                 group.doMount( mounted( "routing", "Routing::Status", "r" ) );
+              } ),
+              "routing is to be mounted both as Quon::Dir and as Routing::Status" );
+}
+
+TEST_F( MountProtocol, WhatIsToBeMadeIsThereBeforeTheFirstIsTold ) {
+   const auto asks = handler(
+      "asks",
+      []( auto & group, auto & ) { group.doMount( mounted( "routing", "Quon::Dir", "wi" ) ); },
+      [&] { EXPECT_TRUE( entities->getEntity( "routing" ) ); } );
+   mgr->mountAll();
+   EXPECT_THAT( log, ElementsAre( "asks asks", "asks is told" ) );
+}
+
+TEST_F( MountProtocol, WhatIsThereStaysAndIsNeverMadeForAReader ) {
+   const auto present = Quon::createEntity( "Quon::Dir" );
+   entities->entityIs( "present", present );
+   const auto asks = handler( "asks", []( auto & group, auto & ) {
+      group.doMount( mounted( "present", "Test::NoSuchType", "wi" ) );
+      group.doMount( readable( "absent", "Quon::Dir" ) );
+   } );
+   mgr->mountAll();
+   EXPECT_EQ( entities->getEntity( "present" ), present );
+   EXPECT_EQ( entities->getEntity( "absent" ), nullptr );
+}
+
+TEST_F( MountProtocol, ATypeThatDoesNotExistCannotBeMadeAndNothingElseIs ) {
+   EXPECT_EQ( refusalOf( []( auto & group, auto & ) {
+                 group.doMount( mounted( "routing", "Quon::Dir", "wi" ) );
+                 group.doMount( mounted( "bridging", "Test::NoSuchType", "wi" ) );
+              } ),
+              "bridging is to be made as Test::NoSuchType, which is no entity type" );
+   EXPECT_EQ( entities->getEntity( "routing" ), nullptr );
 }
 
 TEST_F( MountProtocol, SharedMemoryIsForReadersOnly ) {
