@@ -3,8 +3,23 @@
 namespace Lumo {
 namespace {
 
-/// The changes being told now, innermost first. Event loop only, like all dispatching.
-Notification * innermost = nullptr;
+/// The changes that this thread is telling now, innermost first: those of the event loop's thread,
+/// null on any other. (Storage that every thread finds without a call.)
+[[gnu::tls_model( "initial-exec" )]] thread_local Notification * innermost = nullptr;
+
+/// Puts a notification in its place for the length of a dispatch.
+class Telling {
+ public:
+   explicit Telling( Notification & notification ) : outer_( notification.outer ) {
+      innermost = &notification;
+   }
+   ~Telling() { innermost = outer_; }
+   Telling( const Telling & ) = delete;
+   Telling & operator=( const Telling & ) = delete;
+
+ private:
+   Notification * const outer_;
+};
 
 } // namespace
 
@@ -12,13 +27,11 @@ Notification * innermost = nullptr;
 class Dispatch {
  public:
    // Out of line: inlined, g++ 12 takes the two links for pointers left dangling.
-   [[gnu::noinline]] Dispatch( Publisher & publisher, Notification & notification )
-      : cursor_( nullptr ), end_( nullptr ), outer_( notification.outer ) {
+   [[gnu::noinline]] explicit Dispatch( Publisher & publisher )
+      : cursor_( nullptr ), end_( nullptr ) {
       end_.linkBefore( publisher );
       cursor_.linkBefore( *publisher.next() );
-      innermost = &notification;
    }
-   ~Dispatch() { innermost = outer_; }
 
    /// Steps over the next subscriber and returns it; null at the end or when the publisher died.
    Subscriber * next() {
@@ -36,14 +49,13 @@ class Dispatch {
  private:
    Subscriber cursor_;
    Subscriber end_;
-   Notification * outer_;
 };
 
 Publisher::~Publisher() {
-   // Nobody subscribed, so no dispatch in progress either: any thread may drop such a node.
-   if ( next() == this ) { return; }
-   Impl::checkEventLoopThread();
-   while ( next() != this ) { next()->unlink(); }
+   if ( next() != this ) {
+      Impl::checkEventLoopThread(); // Nodes that nobody listens to may be dropped by any thread.
+      while ( next() != this ) { next()->unlink(); }
+   }
    for ( Notification * at = innermost; at; at = at->outer ) {
       if ( at->publisher == this ) { at->publisher = nullptr; }
    }
@@ -65,7 +77,15 @@ bool Publisher::hasSubscribers() const {
 void Publisher::dispatch( short attributeId, const void * key, const void * oldValue,
                           const void * newValue ) {
    Notification notification{ this, attributeId, key, oldValue, newValue, innermost };
-   Dispatch inProgress( *this, notification );
+   const Telling telling( notification );
+   // Most publishers have one subscriber. Once it is told there is nothing to come back for, so no
+   // need to mark the place.
+   auto * const first = static_cast< Subscriber * >( next() );
+   if ( first->next() == this && first->dispatch_ ) {
+      first->dispatch_( this, first, attributeId, key, newValue );
+      return;
+   }
+   Dispatch inProgress( *this );
    while ( Subscriber * slot = inProgress.next() ) {
       slot->dispatch_( this, slot, attributeId, key, newValue );
    }

@@ -19,7 +19,8 @@
 /// So whatever a dispatch function does - remove any slot, destroy one, add some, publish again,
 /// destroy the publisher - edits the ring, and the dispatch goes on from its cursor: a removed slot
 /// is not called, an added one waits for the next change, and when the publisher has gone the
-/// cursor finds itself unlinked and the dispatch ends. An exception unlinks cursor and end.
+/// cursor finds itself unlinked and the dispatch ends. An exception unlinks cursor and end. The
+/// usual publisher has one subscriber; that one is called without any of this.
 
 namespace Lumo {
 
