@@ -13,10 +13,6 @@ void InputStateMachine::doInputScan() {}
 
 void InputStateMachine::doInitializeTask() {}
 
-void InputStateMachine::inReactorIs( bool inReactor ) { nodeFlagSet( Flag::inReactor, inReactor ); }
-
-bool InputStateMachine::inReactor() const { return nodeFlag( Flag::inReactor ); }
-
 bool InputStateMachine::synchronous() const { return true; }
 
 void InputStateMachine::handleInitialized() {

@@ -29,8 +29,8 @@ class VELO_PLATFORM_EXPORT InputStateMachine : public Quon::Entity {
    virtual void doInitializeTask();
 
    /// Whether a reaction to a change of the input is in progress. A scan inside one never yields.
-   virtual void inReactorIs( bool inReactor );
-   virtual bool inReactor() const;
+   virtual void inReactorIs( bool inReactor ) { nodeFlagSet( Flag::inReactor, inReactor ); }
+   virtual bool inReactor() const { return nodeFlag( Flag::inReactor ); }
 
    virtual bool synchronous() const;
 

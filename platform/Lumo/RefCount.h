@@ -42,7 +42,7 @@ class RefCount {
 
    bool flag( Word mask ) const { return word().load( std::memory_order_relaxed ) & mask; }
 
-   void flagIs( Word mask, bool on ) {
+   [[gnu::always_inline]] void flagIs( Word mask, bool on ) {
       if ( __libc_single_threaded ) {
          word_ = on ? word_ | mask : word_ & ~mask;
       } else if ( on ) {
