@@ -4,6 +4,7 @@
 #include <iosfwd>
 #include <string_view>
 #include <tuple>
+#include <utility>
 
 #include "VeloSdkRpc/detail/PbrCountersKey.h"
 
@@ -18,9 +19,11 @@ class VELO_SDK_RPC_EXPORT PbrCounters {
    using Data = Lumo::Ptr< const PolicyMap::Counters::CountersData >;
 
    PbrCounters() = default;
-   PbrCounters( std::uint64_t shortKey, const PbrCountersKey & longKey, const Data & data,
-                bool deletedKey )
-      : shortKey_( shortKey ), longKey_( longKey ), data_( data ), deletedKey_( deletedKey ) {}
+   PbrCounters( std::uint64_t shortKey, PbrCountersKey longKey, Data data, bool deletedKey )
+      : shortKey_( shortKey ),
+        longKey_( std::move( longKey ) ),
+        data_( std::move( data ) ),
+        deletedKey_( deletedKey ) {}
 
    /// Reads the text form at the cursor; `data`, if present, becomes an entity of its own.
    /// Errors: `Quon::ParseError`, with the path of the attribute.
@@ -61,6 +64,7 @@ class VELO_SDK_RPC_EXPORT PbrCounters {
    /// Whether the record differs from a default one.
    explicit operator bool() const;
 
+   static constexpr bool kRelocatable = Lumo::isRelocatable< PbrCountersKey, Data >;
    static constexpr std::string_view kTypeName = "VeloSdkRpc::PbrCounters";
    static constexpr auto attributes() {
       return std::make_tuple( Quon::attribute( "shortKey", &PbrCounters::shortKey_ ),

@@ -75,6 +75,8 @@ class VELO_SDK_RPC_EXPORT PbrCountersKey {
    /// Whether the key differs from a default one.
    explicit operator bool() const;
 
+   static constexpr bool kRelocatable =
+      Lumo::isRelocatable< PolicyMap::Counters::PolicyMapKey, Lumo::String >;
    static constexpr std::string_view kTypeName = "VeloSdkRpc::PbrCountersKey";
    static constexpr auto attributes() {
       return std::make_tuple( Quon::attribute( "policyKey", &PbrCountersKey::policyKey_ ),

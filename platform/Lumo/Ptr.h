@@ -18,6 +18,7 @@ template< class T >
 class Ptr {
  public:
    using element_type = T;
+   static constexpr bool kRelocatable = true;
 
    Ptr() = default;
    Ptr( std::nullptr_t ) {}

@@ -93,6 +93,8 @@ class VELO_PLATFORM_EXPORT String {
       return a.view().compare( std::string_view( b ) ) <=> 0;
    }
 
+   static constexpr bool kRelocatable = true;
+
    friend VELO_PLATFORM_EXPORT String operator+( const String & a, const String & b );
    friend VELO_PLATFORM_EXPORT std::ostream & operator<<( std::ostream & os, const String & s );
 

@@ -117,23 +117,30 @@ class DenseStore {
    /// As in HashStore: `make` may consume what `key` refers to.
    template< class Make >
    auto insert( K key, Watchers watchers, Make make ) {
+      Word * word = presentWordFor( key );
       if constexpr ( isSet ) {
-         const bool inserted = !has( key );
+         const bool inserted = !word || ( *word & bitOf( key ) ) == 0;
          if ( inserted ) {
-            growTo( key );
-            *wordFor( key ) |= bitOf( key );
+            if ( !word ) { word = newWordFor( key ); }
+            *word |= bitOf( key );
             ++size_;
          }
          return std::pair< NodePtr, bool >( NodePtr( Node( key ) ), inserted );
       } else {
-         if ( Node * const node = findMutable( key ) ) { return std::pair( node, false ); }
-         Node fresh = make(); // may throw, and may refer to an element that is about to move
-         growTo( key );
-         Word & word = *wordFor( key );
-         Elements * block = elementsOf( word );
-         Node * const node = new ( Elements::add( block, slotOf( key, 0 ), Watch{ watchers } ) )
-            Node( std::move( fresh ) );
-         word = wordOf( block );
+         const unsigned slot = slotOf( key, 0 );
+         Elements * block = word ? elementsOf( *word ) : nullptr;
+         if ( block && block->has( slot ) ) { return std::pair( &block->at( slot ), false ); }
+         Node * node = block ? block->placeFor( slot ) : nullptr;
+         if ( node ) {
+            new ( node ) Node( make() ); // may throw: the slot is not taken yet
+            block->taken( slot );
+         } else {
+            Node fresh = make(); // may refer to an element that is about to move
+            if ( !word ) { word = newWordFor( key ); }
+            node =
+               new ( Elements::add( block, slot, Watch{ watchers } ) ) Node( std::move( fresh ) );
+            *word = wordOf( block );
+         }
          ++size_;
          return std::pair( node, true );
       }
@@ -188,9 +195,11 @@ class DenseStore {
    /// Keeps cursors on the elements that move.
    struct Watch {
       Watchers watchers;
-      void moved( const Node * from, const Node * to ) const {
+      void moved( const Node * first, unsigned count, const Node * to ) const {
          for ( auto * c = watchers; c; c = c->nextRegistered ) {
-            if ( c->node == from ) { c->node = to; }
+            if ( first <= c->node && c->node < first + count ) {
+               c->node = to + ( c->node - first );
+            }
          }
       }
       void replaced( const void * block, void * by ) const {
@@ -200,7 +209,7 @@ class DenseStore {
       }
    };
    struct NoWatch {
-      static void moved( const Word *, const Word * ) {}
+      static void moved( const Word *, unsigned, const Word * ) {}
       static void replaced( const Inner *, const Inner * ) {}
    };
 
@@ -219,15 +228,25 @@ class DenseStore {
       if ( !covers( key ) ) { return 0; }
       Word word = root_;
       for ( unsigned level = height_; level > 0 && word; --level ) {
-         Inner & block = *innerOf( word );
+         word = innerOf( word )->valueAt( slotOf( key, level ) );
+      }
+      return word;
+   }
+   /// Its place; null if the blocks above are missing.
+   Word * presentWordFor( std::uint64_t key ) {
+      if ( !covers( key ) ) { return nullptr; }
+      Word * word = &root_;
+      for ( unsigned level = height_; level > 0; --level ) {
+         Inner * const block = innerOf( *word );
          const unsigned slot = slotOf( key, level );
-         word = block.has( slot ) ? block.at( slot ) : 0;
+         if ( !block || !block->has( slot ) ) { return nullptr; }
+         word = &block->at( slot );
       }
       return word;
    }
 
+   Word * newWordFor( std::uint64_t key );
    void growTo( std::uint64_t key );
-   Word * wordFor( std::uint64_t key );
    void dropKeys( std::uint64_t key, std::uint64_t gone, Watchers watchers );
    void seek( Where & c, std::uint64_t key ) const;
    static std::optional< std::uint64_t > firstNotBefore( Word word, unsigned level,

@@ -39,9 +39,10 @@ void DenseStore< K, V, Traits >::growTo( std::uint64_t key ) {
    }
 }
 
-/// The level 0 word for `key`, which the tree covers; the blocks above it are made as needed.
+/// The place of the level 0 word for `key`; what is missing above it is made.
 template< std::unsigned_integral K, class V, class Traits >
-auto DenseStore< K, V, Traits >::wordFor( std::uint64_t key ) -> Word * {
+auto DenseStore< K, V, Traits >::newWordFor( std::uint64_t key ) -> Word * {
+   growTo( key );
    Word * word = &root_;
    for ( unsigned level = height_; level > 0; --level ) {
       Inner * block = innerOf( *word );
@@ -126,7 +127,7 @@ auto DenseStore< K, V, Traits >::extract( const std::optional< K > & from,
                Node * const moved =
                   new ( Elements::add( taken, slot, Watch{ watchers } ) ) Node( std::move( node ) );
                std::destroy_at( &node );
-               Watch{ watchers }.moved( &node, moved );
+               Watch{ watchers }.moved( &node, 1, moved );
                dropKeys( base, std::uint64_t{ 1 } << slot, watchers );
             }
             out.add( taken );

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Lumo/Assert.h"
+#include "Lumo/Relocatable.h"
 
 #include <type_traits>
 #include <utility>
@@ -16,7 +17,8 @@ concept KeyTakenFromValue = requires { typename Traits::KeyFunktor; };
 template< class Key, class Value, class Traits >
 class Element {
  public:
-   Element( const Key & key, Value value ) : key_( key ), value_( std::move( value ) ) {}
+   template< class V >
+   Element( const Key & key, V && value ) : key_( key ), value_( std::forward< V >( value ) ) {}
 
    const Key & fwkKey() const { return key_; }
    const Value & value() const { return value_; }
@@ -25,6 +27,8 @@ class Element {
    Value takeValue() && { return std::move( value_ ); }
    Value exchangeValue( Value value ) { return std::exchange( value_, std::move( value ) ); }
    static void checkKey( const Key &, const Value & ) {}
+
+   static constexpr bool kRelocatable = Lumo::isRelocatable< Key, Value >;
 
  private:
    Key key_;
@@ -51,7 +55,8 @@ class Element< Key, Value, Traits > {
  public:
    using KeyFunktor = typename Traits::KeyFunktor;
 
-   Element( const Key &, Value value ) : value_( std::move( value ) ) {}
+   template< class V >
+   Element( const Key &, V && value ) : value_( std::forward< V >( value ) ) {}
 
    const Key & fwkKey() const { return KeyFunktor()( value_ ); }
    const Value & value() const { return value_; }
@@ -61,6 +66,8 @@ class Element< Key, Value, Traits > {
 
    /// Fatal unless `value` carries `key`. Asked before anything is changed.
    static void checkKey( const Key & key, const Value & value ) { Check{ key }( value ); }
+
+   static constexpr bool kRelocatable = Lumo::isRelocatable< Value >;
 
  private:
    /// Spelt this way because the text of the condition is what an operator finds in the log.

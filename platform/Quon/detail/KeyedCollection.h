@@ -92,6 +92,19 @@ class KeyedCollection {
       return *node;
    }
 
+   /// The element under `key`, inserted with a copy of `value` if it was absent.
+   template< class V = Value >
+   MemberIs< NodePtr > newMember( const Key & key, const std::type_identity_t< V > & value )
+      requires( hasValue )
+   {
+      changing();
+      Node::checkKey( key, value );
+      const auto [node, inserted] =
+         store_.insert( key, iterators_, [&] { return Node( key, value ); } );
+      version_ += inserted;
+      return { node, inserted };
+   }
+
    /// Inserts `key` with `value`, or replaces the value that it had.
    template< class V = Value >
    MemberIs< NodePtr > memberIs( const Key & key, std::type_identity_t< V > value )

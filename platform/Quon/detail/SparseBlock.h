@@ -1,11 +1,17 @@
 #pragma once
 
+#include <algorithm>
 #include <bit>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <memory>
 #include <new>
+#include <type_traits>
 #include <utility>
+
+#include "Lumo/Relocatable.h"
+#include "Quon/detail/MatchBytes.h"
 
 namespace Quon::detail {
 
@@ -21,57 +27,82 @@ inline unsigned bitsSet( std::uint64_t x ) {
 }
 
 /// Items in up to 64 numbered slots: a mask says which slots are taken, and the items stand side by
-/// side in their order. A block with room for all 64 has each at its own place instead.
+/// side as they came, with a list of their slots. A block with room for all 64 needs no list: each
+/// item has its own place.
 ///
-///    mask ...00101001, capacity 4 | item of slot 0 | of 3 | of 5 | room |
+///    mask ...00101001, count 3 | slots 3 0 5 . | item of slot 3 | of 0 | of 5 | room |
 ///
-/// It grows with what it holds, so that a lonely item costs little, and shrinks likewise.
-/// `Watch` is told of all that moves: `moved( from, to )` and `replaced( block, block or null )`.
+/// It grows with what it holds, so that a lonely item costs little, and shrinks likewise. Adding
+/// moves nothing, dropping one item: the last one into the gap.
+/// `Watch` is told of all that moves: `moved( first, count, to )` and `replaced( block, block or
+/// null )`.
 template< class T >
 class alignas( 16 ) SparseBlock {
  public:
    std::uint64_t mask() const { return mask_; }
    bool has( unsigned slot ) const { return mask_ >> slot & 1; }
-   T & at( unsigned slot ) { return items()[indexOf( slot )]; }
+   /// The item of a slot that is taken.
+   T & at( unsigned slot ) { return items()[isDirect() ? slot : positionOf( slot )]; }
 
-   /// Memory for the item of a free slot, which counts at once. `block` may be null.
+   /// The number in `slot`, 0 if it is free.
+   T valueAt( unsigned slot )
+      requires( std::is_integral_v< T > )
+   {
+      if ( isDirect() ) [[likely]] { return items()[slot]; }
+      return has( slot ) ? at( slot ) : 0;
+   }
+
+   /// Memory for the item of a free slot, which is `taken` when it is there; null if there is none.
+   T * placeFor( unsigned slot ) {
+      if ( isDirect() ) { return items() + slot; }
+      return count_ < capacity_ ? items() + count_ : nullptr;
+   }
+   void taken( unsigned slot ) {
+      mask_ |= std::uint64_t{ 1 } << slot;
+      if ( !isDirect() ) { slots()[count_] = static_cast< std::uint8_t >( slot ); }
+      ++count_;
+   }
+
+   /// Memory for the item of a free slot, which counts at once. `block` may be null; it grows as
+   /// needed.
    template< class Watch >
    static T * add( SparseBlock *& block, unsigned slot, Watch watch ) {
-      const std::uint64_t bit = std::uint64_t{ 1 } << slot;
-      if ( !block || ( block->capacity_ < 64 && bitsSet( block->mask_ ) == block->capacity_ ) ) {
-         const unsigned capacity = block ? capacityFor( block->capacity_ + 1u ) : 1;
-         replace( block, create( capacity ), watch );
+      if ( !block ) {
+         block = create( 1 );
+      } else if ( block->count_ == block->capacity_ ) {
+         replace( block, create( capacityFor( block->count_ + 1u ) ), watch );
       }
-      T * const items = block->items();
-      const unsigned index = block->indexOf( slot );
-      if ( block->capacity_ < 64 ) {
-         for ( unsigned i = bitsSet( block->mask_ ); i > index; --i ) {
-            move( items + i - 1, items + i, watch );
-         }
-      }
-      block->mask_ |= bit;
-      return items + index;
+      T * const place = block->placeFor( slot );
+      block->taken( slot );
+      return place;
    }
 
    /// Closes the gap of an item that is destroyed already. Frees the block with its last item.
    template< class Watch >
    static void drop( SparseBlock *& block, unsigned slot, Watch watch ) {
-      const unsigned index = block->indexOf( slot );
+      const unsigned left = --block->count_;
       block->mask_ &= ~( std::uint64_t{ 1 } << slot );
-      const unsigned left = bitsSet( block->mask_ );
-      if ( block->capacity_ < 64 ) {
-         T * const items = block->items();
-         for ( unsigned i = index; i < left; ++i ) { move( items + i + 1, items + i, watch ); }
-      }
       if ( left == 0 ) {
          SparseBlock * const gone = std::exchange( block, nullptr );
          watch.replaced( gone, nullptr );
          ::operator delete( gone );
-      } else if ( left * 5 <= block->capacity_ ) {
+         return;
+      }
+      if ( !block->isDirect() ) {
+         const unsigned gap = block->positionOf( slot );
+         if ( gap != left ) {
+            block->slots()[gap] = block->slots()[left];
+            relocate( block->items() + left, 1, block->items() + gap, watch );
+         }
+      } else if constexpr ( kZeroIsNone ) {
+         block->items()[slot] = 0;
+      }
+      if ( left * 5 <= block->capacity_ ) {
          replace( block, create( capacityFor( left + left / 2 ) ), watch );
       }
    }
 
+   /// Calls `f( slot, item )` in the order of the slots.
    template< class F >
    void forEach( F f ) {
       for ( std::uint64_t rest = mask_; rest != 0; rest &= rest - 1 ) {
@@ -86,43 +117,84 @@ class alignas( 16 ) SparseBlock {
 
  private:
    static_assert( alignof( T ) <= 16 );
+   /// Free places of a block with room for all hold 0.
+   static constexpr bool kZeroIsNone = std::is_integral_v< T >;
 
-   T * items() { return reinterpret_cast< T * >( this + 1 ); }
-   unsigned indexOf( unsigned slot ) const {
-      return capacity_ == 64 ? slot : bitsSet( mask_ & ( ( std::uint64_t{ 1 } << slot ) - 1 ) );
+   bool isDirect() const { return capacity_ == 64; }
+   std::uint8_t * slots() { return reinterpret_cast< std::uint8_t * >( this + 1 ); }
+   T * items() { return reinterpret_cast< T * >( slots() + slotBytes_ ); }
+
+   /// Of a slot that is taken, in a block that lists them. Entries beyond the count match nothing:
+   /// only the position found first can be that of a live item.
+   unsigned positionOf( unsigned slot ) {
+      const auto wanted = static_cast< std::uint8_t >( slot );
+      std::uint64_t found = matchBytes16( slots(), wanted );
+      if ( slotBytes_ > 16 ) { found |= matchBytes16( slots() + 16, wanted ) << 16; }
+      return static_cast< unsigned >( std::countr_zero( found ) );
    }
+
    static unsigned capacityFor( unsigned wanted ) {
-      for ( const unsigned capacity : { 1u, 2u, 4u, 8u, 16u, 24u } ) {
+      for ( const unsigned capacity : { 1u, 2u, 4u, 8u, 16u, 32u } ) {
          if ( wanted <= capacity ) { return capacity; }
       }
       return 64;
    }
    static SparseBlock * create( unsigned capacity ) {
-      void * const memory = ::operator new( sizeof( SparseBlock ) + capacity * sizeof( T ) );
+      const unsigned slotBytes = capacity == 64 ? 0 : capacity <= 16 ? 16 : 32;
+      void * const memory =
+         ::operator new( sizeof( SparseBlock ) + slotBytes + capacity * sizeof( T ) );
       SparseBlock * const block = new ( memory ) SparseBlock;
       block->capacity_ = static_cast< std::uint8_t >( capacity );
+      block->slotBytes_ = static_cast< std::uint8_t >( slotBytes );
+      std::memset( block->slots(), kNoSlot, slotBytes );
+      if constexpr ( kZeroIsNone ) {
+         if ( block->isDirect() ) { std::fill_n( block->items(), 64, T{ 0 } ); }
+      }
       return block;
    }
    template< class Watch >
    static void replace( SparseBlock *& block, SparseBlock * with, Watch watch ) {
-      if ( block ) {
-         with->mask_ = block->mask_;
-         block->forEach(
-            [&]( unsigned slot, T & item ) { move( &item, &with->at( slot ), watch ); } );
-         watch.replaced( block, with );
-         ::operator delete( block );
+      with->mask_ = block->mask_;
+      with->count_ = block->count_;
+      if ( !block->isDirect() && !with->isDirect() ) {
+         std::memcpy( with->slots(), block->slots(), block->count_ );
+         relocate( block->items(), block->count_, with->items(), watch );
+      } else {
+         unsigned position = 0;
+         block->forEach( [&]( unsigned slot, T & item ) {
+            if ( !with->isDirect() ) {
+               with->slots()[position] = static_cast< std::uint8_t >( slot );
+            }
+            relocate( &item, 1, with->items() + ( with->isDirect() ? slot : position ), watch );
+            ++position;
+         } );
       }
+      watch.replaced( block, with );
+      ::operator delete( block );
       block = with;
    }
+
+   /// Moves items to a place elsewhere.
    template< class Watch >
-   static void move( T * from, T * to, Watch watch ) {
-      new ( to ) T( std::move( *from ) );
-      std::destroy_at( from );
-      watch.moved( from, to );
+   static void relocate( T * first, unsigned count, T * to, Watch watch ) {
+      if constexpr ( Lumo::isRelocatable< T > ) {
+         std::memcpy( static_cast< void * >( to ), static_cast< const void * >( first ),
+                      count * sizeof( T ) );
+      } else {
+         for ( unsigned i = 0; i < count; ++i ) {
+            new ( to + i ) T( std::move( first[i] ) );
+            std::destroy_at( first + i );
+         }
+      }
+      watch.moved( first, count, to );
    }
 
+   static constexpr std::uint8_t kNoSlot = 255;
+
    std::uint64_t mask_ = 0;
+   std::uint8_t count_ = 0; ///< Bits set in the mask.
    std::uint8_t capacity_ = 0;
+   std::uint8_t slotBytes_ = 0; ///< Length of the list of slots.
 };
 
 } // namespace Quon::detail

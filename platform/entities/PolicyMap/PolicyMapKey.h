@@ -7,6 +7,7 @@
 #include <tuple>
 
 #include "Lumo/Export.h"
+#include "Lumo/Relocatable.h"
 #include "Lumo/String.h"
 #include "Quon/Text.h"
 #include "QuonFrell/QuonFrell.h"
@@ -44,6 +45,7 @@ class VELO_PLATFORM_EXPORT PolicyMapKey {
    /// Nothing in the image depends on the writer's process: the key is only accounted for.
    void frell_restart( Frell::WMgr< QuonFrell::EntityBase > * writer );
 
+   static constexpr bool kRelocatable = Lumo::isRelocatable< Lumo::String >;
    static constexpr std::string_view kTypeName = "PolicyMap::Counters::PolicyMapKey";
    static constexpr auto attributes() {
       return std::make_tuple(
