@@ -32,16 +32,14 @@ void PbrCountersBacklog::frontendIs( const Lumo::Ptr< PbrCountersFrontend > & fr
 }
 
 void PbrCountersBacklog::backlogIs( const PbrCounters & c ) {
-   const HN_Backlog * entry = backlog_[c.shortKey()];
-   if ( entry && entry->value() == c ) { return; }
    const std::uint64_t key = c.shortKey();
-   if ( entry ) {
+   const auto [entry, inserted] = backlog_.newMember( key, c );
+   if ( inserted ) {
+      publisher()->publishChangeRecursive( kBacklog, &key, nullptr, false, &c );
+   } else if ( entry->value() != c ) {
       const PbrCounters old = entry->value();
       backlog_.update( key, c );
       publisher()->publishChangeRecursive( kBacklog, &key, &old, false, &c );
-   } else {
-      backlog_.memberIs( key, c );
-      publisher()->publishChangeRecursive( kBacklog, &key, nullptr, false, &c );
    }
 }
 

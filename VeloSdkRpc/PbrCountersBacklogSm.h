@@ -67,8 +67,9 @@ class VELO_SDK_RPC_EXPORT PbrCountersBacklogSm final
    /// empty ACL rule. A deletion without a short key raises `Quon::BadOptionalAccess` after the
    /// short key has been deleted.
    /// @{
+   /// `memo` may be null, or is the place to remember the class's short key in.
    void eventToInput( const PolicyMapKey & policyKey, const Lumo::String & name,
-                      const CountersValue & countersValue );
+                      const CountersValue & countersValue, detail::ShortKeyMemo * memo = nullptr );
    void eventToIvx_pipeline0( const CountersValue & countersValue,
                               const PbrCountersKey & countersKey, const ShortKey & currentKey );
    void eventToIvx_pipeline1( const CountersValue & countersValue,
@@ -82,6 +83,20 @@ class VELO_SDK_RPC_EXPORT PbrCountersBacklogSm final
                               const PbrCountersKey & countersKey, const ShortKey & currentKey );
    void eventToIvx_pipeline5( const std::uint64_t & key, const CountersValue & countersValue,
                               const PbrCountersKey & countersKey );
+   /// @}
+
+   /// @name The common event
+   /// Changed counters of a class whose short key `memo` knows, while nothing is reconciled and
+   /// nobody traces. What the rules above make of it is one record; these come to the same.
+   /// @{
+
+   /// Whether just that record is pending, so that the event changes nothing and tells nobody.
+   bool isPending( const PolicyMapKey & policyKey,
+                   const PolicyMap::Counters::CountersData & counters,
+                   const detail::ShortKeyMemo & memo ) const;
+   /// Files that record. False, and nothing is done, if it is another kind of event.
+   bool filedAtOnce( const PolicyMapKey & policyKey, const PbrCounters::Data & counters,
+                     const detail::ShortKeyMemo & memo );
    /// @}
 
    /// @name Outputs
@@ -162,6 +177,7 @@ class VELO_SDK_RPC_EXPORT PbrCountersBacklogSm final
    void novelKeyOutputRun( Lumo::Publisher *, Lumo::Subscriber *, short, const void *,
                            const void * );
 
+   bool isCommon( const detail::ShortKeyMemo & memo ) const;
    void writeBacklog( std::uint64_t key, const PbrCounters * value );
 
    /// The common shape of the two reconciled outputs' handlers.

@@ -42,16 +42,27 @@ bool ClassCountersSm2::inputScanComplete0() const {
 
 void ClassCountersSm2::handleCountData0() {
    const CountersValue countersValue = en() ? CountersValue( en() ) : CountersValue();
-   parent()->onChildEvent0( en()->name(), countersValue );
+   parent()->onChildEvent0( en()->name(), countersValue, &shortKeyMemo_ );
 }
 
 void ClassCountersSm2::handleCountData0Reactor() {
    const Reaction reaction( *this );
-   handleCountData0();
+   if ( !recordFiledAtOnce() ) { handleCountData0(); }
+}
+
+/// The common event: the counters of a class that has its short key.
+bool ClassCountersSm2::recordFiledAtOnce() const {
+   return en() && root()->parent()->filedAtOnce( parent()->smKey(), en(), shortKeyMemo_ );
+}
+
+/// The common event under load. Nothing is written and no reference is taken; and as nobody is
+/// called, nothing need be held as in a reaction.
+bool ClassCountersSm2::recordPending() const {
+   return en() && root()->parent()->isPending( parent()->smKey(), *en(), shortKeyMemo_ );
 }
 
 void ClassCountersSm2::enDispatch( short attributeId, const void * ) {
-   if ( attributeId == CountersData::kCountData ) { handleCountData0Reactor(); }
+   if ( attributeId == CountersData::kCountData && !recordPending() ) { handleCountData0Reactor(); }
 }
 
 void ClassCountersSm2::doDeleteAll() {
@@ -96,8 +107,11 @@ bool PolicyMapCountersSm1::classScanned( const Lumo::String & name,
 }
 
 void PolicyMapCountersSm1::onChildEvent0( const Lumo::String & name,
-                                          const CountersValue & countersValue ) {
-   if ( RootSm0 * const above = root() ) { above->onChildEvent0( smKey(), name, countersValue ); }
+                                          const CountersValue & countersValue,
+                                          detail::ShortKeyMemo * memo ) {
+   if ( RootSm0 * const above = root() ) {
+      above->onChildEvent0( smKey(), name, countersValue, memo );
+   }
 }
 
 void PolicyMapCountersSm1::childSmClassCountersPolicyMapCountersCountersDataPtrConstIs(

@@ -6,6 +6,7 @@
 #include "VeloSdkRpc/detail/PolicyMapSm.h"
 #include "VeloSdkRpc/detail/RootSm.h"
 #include "VeloSdkRpc/detail/ScanState.h"
+#include "VeloSdkRpc/detail/ShortKeyMemo.h"
 
 namespace VeloSdkRpc {
 
@@ -48,8 +49,13 @@ class VELO_SDK_RPC_EXPORT ClassCountersSm2 final
    bool inTask0() const;
 
  private:
+   bool recordPending() const;
+   bool recordFiledAtOnce() const;
+
+   [[no_unique_address]] detail::ShortKeyMemo shortKeyMemo_;
    detail::InputScanState inputScanState0_ = detail::InputScanState::neverScanned;
 };
+static_assert( sizeof( ClassCountersSm2 ) <= 72, "with the heap's own word, five to 400 bytes" );
 
 using PolicyMapSm1Base = detail::PolicyMapSm<
    PolicyMapCountersSm1, RootSm0, VeloSdkRpc::PbrCountersBacklogSm,
@@ -73,7 +79,8 @@ class VELO_SDK_RPC_EXPORT PolicyMapCountersSm1 final : public PolicyMapSm1Base {
 
    void handleClassCounters0( const Lumo::String & name );
    bool classScanned( const Lumo::String & name, detail::FirstException & broken );
-   void onChildEvent0( const Lumo::String & name, const CountersValue & countersValue );
+   void onChildEvent0( const Lumo::String & name, const CountersValue & countersValue,
+                       detail::ShortKeyMemo * memo = nullptr );
 
    void
    childSmClassCountersPolicyMapCountersCountersDataPtrConstIs( const CountersDataPtr & en,

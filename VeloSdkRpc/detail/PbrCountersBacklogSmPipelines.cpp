@@ -14,35 +14,49 @@ namespace {
 
 constexpr int kRuleTrace = 7;
 
-/// Whether just these values are pending already, told without making a record of them.
-bool isPending( const PbrCountersBacklog & backlog, std::uint64_t key,
-                const PbrCountersKey & longKey,
-                const PbrCountersBacklogSm::CountersValue & countersValue, bool isDeleted ) {
-   const PbrCountersBacklog::HN_Backlog * entry = backlog.backlog()[key];
-   if ( !entry ) { return false; }
-   const PbrCounters & pending = entry->value();
-   const auto * data = countersValue ? countersValue->get() : nullptr;
-   return pending.data().get() == data && pending.deletedKey() == isDeleted &&
-          pending.longKey() == longKey;
-}
-
 } // namespace
 
+bool PbrCountersBacklogSm::isCommon( const detail::ShortKeyMemo & memo ) const {
+   return memo.isGood( *shortKeys_ ) && initialScanDone() && !backlogBacklogOutputReconciling() &&
+          traceHandle().levels() == 0;
+}
+
+bool PbrCountersBacklogSm::isPending( const PolicyMapKey & policyKey,
+                                      const PolicyMap::Counters::CountersData & counters,
+                                      const detail::ShortKeyMemo & memo ) const {
+   if ( !isCommon( memo ) ) { return false; }
+   const PbrCountersBacklog::HN_Backlog * const entry = backlog_->backlog()[memo.shortKey()];
+   if ( !entry ) { return false; }
+   const PbrCounters & pending = entry->value();
+   return pending.data().get() == &counters && !pending.deletedKey() &&
+          pending.longKey() == PbrCountersKeyProbe{ policyKey, counters.name() };
+}
+
+bool PbrCountersBacklogSm::filedAtOnce( const PolicyMapKey & policyKey,
+                                        const PbrCounters::Data & counters,
+                                        const detail::ShortKeyMemo & memo ) {
+   if ( !isCommon( memo ) ) { return false; }
+   backlog_->backlogIs( PbrCounters(
+      memo.shortKey(), PbrCountersKey( policyKey, counters->name(), {} ), counters, false ) );
+   return true;
+}
+
 void PbrCountersBacklogSm::eventToInput( const PolicyMapKey & policyKey, const Lumo::String & name,
-                                         const CountersValue & countersValue ) {
+                                         const CountersValue & countersValue,
+                                         detail::ShortKeyMemo * memo ) {
    if ( !initialScanDone() ) { return; }
    LUMO_TRACE( traceHandle(), kRuleTrace,
                "input = from( root.policyMapCounters[].classCounters[].{{ countData }} ): "
                "policyKey={} name={} countersValue={}",
                ilexPrint( policyKey ), ilexPrint( name ), ilexPrint( countersValue ) );
-   const auto * entry = shortKeys_->shortKey()[PbrCountersKeyProbe{ policyKey, name }];
-   const ShortKey currentKey = entry ? ShortKey( entry->value() ) : ShortKey();
-   if ( entry && countersValue ) {
-      // The table's own copy of the long key serves: pipelines 0, 4, 5 and 2 leave the table alone.
-      eventToIvx_pipeline0( countersValue, entry->fwkKey(), currentKey );
-      return;
-   }
    const PbrCountersKey countersKey( policyKey, name, {} );
+   ShortKey currentKey;
+   if ( memo && memo->isGood( *shortKeys_ ) ) {
+      currentKey = memo->shortKey();
+   } else if ( const auto * entry = shortKeys_->shortKey()[countersKey] ) {
+      currentKey = entry->value();
+      if ( memo ) { memo->remember( *shortKeys_, *currentKey ); }
+   }
    if ( countersValue ) {
       eventToIvx_pipeline0( countersValue, countersKey, currentKey );
    } else {
@@ -125,11 +139,6 @@ void PbrCountersBacklogSm::eventToIvx_pipeline2( const std::uint64_t & key, cons
                "key={} isDeleted={} countersValue={} countersKey={}",
                ilexPrint( key ), ilexPrint( isDeleted ), ilexPrint( countersValue ),
                ilexPrint( countersKey ) );
-   // The common event finds its record pending. It takes no reference and writes nothing at all.
-   if ( !backlogBacklogOutputReconciling() && !traceHandle().enabled( kRuleTrace ) &&
-        isPending( *backlog_, key, countersKey, countersValue, isDeleted ) ) {
-      return;
-   }
    const PbrCounters value( key, countersKey, countersValue ? *countersValue : PbrCounters::Data(),
                             isDeleted );
    writeBacklog( key, &value );

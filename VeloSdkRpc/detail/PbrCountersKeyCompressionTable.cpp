@@ -13,14 +13,20 @@ const Quon::TypeData & PbrCountersKeyCompressionTable::typeData() const {
 }
 
 void PbrCountersKeyCompressionTable::shortKeyIs( const PbrCountersKey & key, std::uint64_t value ) {
-   shortKey_.memberIs( key, value );
+   const bool known = !shortKey_.memberIs( key, value ).inserted;
+   pairingsBroken_ += known;
 }
 
 std::uint64_t PbrCountersKeyCompressionTable::shortKeyDel( const PbrCountersKey & key ) {
-   return shortKey_.takeMember( key ).value_or( 0 );
+   const std::optional< std::uint64_t > held = shortKey_.takeMember( key );
+   pairingsBroken_ += held.has_value();
+   return held.value_or( 0 );
 }
 
-void PbrCountersKeyCompressionTable::shortKeyDelAll() { shortKey_.memberDelAll(); }
+void PbrCountersKeyCompressionTable::shortKeyDelAll() {
+   shortKey_.memberDelAll();
+   ++pairingsBroken_;
+}
 
 void PbrCountersKeyCompressionTable::novelKeyIs( std::uint64_t shortKey ) {
    novelKey_.memberIs( shortKey );

@@ -37,6 +37,10 @@ class VELO_SDK_RPC_EXPORT PbrCountersKeyCompressionTable final : public Quon::En
    std::uint64_t shortKeyDel( const PbrCountersKey & key );
    void shortKeyDelAll();
 
+   /// How often a key has lost its short key or got another one. As long as this stands still, what
+   /// the table said about a key that it knew is still true.
+   std::uint64_t pairingsBroken() const { return pairingsBroken_; }
+
    /// The last short key handed out; 0 in a new table.
    std::uint64_t nextKey() const { return nextKey_; }
    void nextKeyIs( std::uint64_t value ) { nextKey_ = value; }
@@ -57,6 +61,7 @@ class VELO_SDK_RPC_EXPORT PbrCountersKeyCompressionTable final : public Quon::En
 
  private:
    ShortKeys shortKey_;
+   std::uint64_t pairingsBroken_ = 0;
    std::uint64_t nextKey_ = 0;
    NovelKeys novelKey_;
 };

@@ -25,7 +25,7 @@ class PolicyMapSm : public Base {
    bool inTask0() const { return root() && root()->inTask0(); }
 
    /// The whole tree shares the root's in-reactor flag.
-   Ivx::Gen::InputStateMachine & inReactorOwner() { return *root(); }
+   Lumo::Ptr< Root > inReactorOwner() { return Lumo::Ptr< Root >( root() ); }
    void inReactorIs( bool inReactor ) override {
       if ( Root * const shared = root() ) { shared->inReactorIs( inReactor ); }
    }

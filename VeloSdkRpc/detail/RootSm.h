@@ -107,10 +107,13 @@ class RootSm : public ParentSm< Derived, TopLevel, PolicyMap::Counters::PolicyMa
       }
    }
 
-   /// One leaf, from a machine below: on to the rules.
+   /// One leaf, from a machine below: on to the rules. `memo` is what a machine hands on that keeps
+   /// something for them from one event of its leaf to the next.
    void onChildEvent0( const PolicyMapKey & policyKey, const Lumo::String & name,
-                       const auto & counters ) {
-      if ( this->attached() ) { this->parent()->eventToInput( policyKey, name, counters ); }
+                       const auto & counters, auto *... memo ) {
+      if ( this->attached() ) {
+         this->parent()->eventToInput( policyKey, name, counters, memo... );
+      }
    }
 
    /// @name The child machines, one per policy map

@@ -51,15 +51,15 @@ class WatchingSm : public Ivx::Gen::InputStateMachine, private Lumo::Subscriber 
       return true;
    }
 
-   /// For the length of a reaction: this machine, the one that keeps its in-reactor flag and the
-   /// top-level one stay, whatever the reaction does to their owners, and a scan inside it does not
-   /// yield.
+   /// For the length of a reaction: this machine, the one that keeps its in-reactor flag (which
+   /// `inReactorOwner` names, in a `Lumo::Ptr` where it is another one) and the top-level one stay,
+   /// whatever the reaction does to their owners, and a scan inside it does not yield.
    class Reaction {
     public:
       explicit Reaction( Derived & machine )
          : machine_( &machine ),
-           flag_( &machine.inReactorOwner() ),
            top_( machine.topLevel() ),
+           flag_( machine.inReactorOwner() ),
            outer_( flag_->inReactor() ) {
          flag_->inReactorIs( true );
       }
@@ -69,12 +69,12 @@ class WatchingSm : public Ivx::Gen::InputStateMachine, private Lumo::Subscriber 
 
     private:
       const Lumo::Ptr< Derived > machine_;
-      const Lumo::Ptr< Ivx::Gen::InputStateMachine > flag_;
       const decltype( std::declval< Derived & >().topLevel() ) top_;
+      const decltype( std::declval< Derived & >().inReactorOwner() ) flag_;
       const bool outer_;
    };
 
-   Ivx::Gen::InputStateMachine & inReactorOwner() { return *this; }
+   Derived * inReactorOwner() { return static_cast< Derived * >( this ); }
 
  private:
    /// The slot is a base of the machine: it needs no pointer to find it.
