@@ -7,6 +7,7 @@
 #include "Lumo/Node.h"
 #include "Lumo/Ptr.h"
 #include "Lumo/Publisher.h"
+#include "Lumo/Relocatable.h"
 #include "Lumo/String.h"
 #include "Lumo/Thread.h"
 #include "Lumo/Trace.h"
