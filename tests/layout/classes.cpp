@@ -3,6 +3,7 @@
 // a stand-in here that fills the open slots and shows their order.
 
 #include "Lumo/Node.h"
+#include "VeloSdkRpc/MplsRouteHwProgrammingWatcher.h"
 #include "VeloSdkRpc/PbrCountersMgr.h"
 #include "VeloSdkRpc/SdkErrors.h"
 #include "velo/mount_handler.h"

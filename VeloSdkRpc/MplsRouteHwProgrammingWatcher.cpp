@@ -1,0 +1,44 @@
+#include "VeloSdkRpc/MplsRouteHwProgrammingWatcher.h"
+
+namespace VeloSdkRpc {
+namespace {
+
+const Lumo::String mountPath = "routing/hardware/mpls/status";
+const Lumo::String mountedType = "Mpls::Hardware::Status";
+
+/// What the rule that lets everything pass is called. Nothing here reads it.
+[[maybe_unused]] const Lumo::String permitAny = "__mpls_permit_any__";
+
+} // namespace
+
+MplsRouteHwProgrammingWatcher::MplsRouteHwProgrammingWatcher(
+   velo::mount_mgr * mountMgr, const NexthopGroupMapSource * nexthopGroupMap )
+   : velo::mount_handler( mountMgr ), nexthopGroupMap_( nexthopGroupMap ) {
+   LUMO_ASSERT( nexthopGroupMap );
+}
+
+MplsRouteHwProgrammingWatcher::~MplsRouteHwProgrammingWatcher() = default;
+
+void MplsRouteHwProgrammingWatcher::doMounts( const Lumo::Ptr< Keldb::MountGroup > & mounts,
+                                              const Lumo::Ptr< QuonSharedMem::MountGroup > & ) {
+   Keldb::Mount status( mountPath, mountedType );
+   status.flagsIs( Keldb::AllMountFlags( 0 ) );
+   status.handleFlags( "r" );
+   mounts->doMount( status );
+}
+
+void MplsRouteHwProgrammingWatcher::onMountsComplete(
+   const Lumo::Ptr< Keldb::EntityManager > & entities,
+   const Lumo::Ptr< QuonSharedMem::EntityManager > & ) {
+   status_ = Quon::entityCast< const Mpls::Hardware::Status >( entities->getEntity( mountPath ) );
+}
+
+/// The machine before goes last: what the end of its callback does finds the new one in place, and
+/// may destroy this object.
+void MplsRouteHwProgrammingWatcher::startWatching( OnMplsRouteHwProgrammingUpdate callback ) {
+   sm_ = MplsRouteHwProgrammingSmIs( callback, status_, *nexthopGroupMap_ );
+}
+
+void MplsRouteHwProgrammingWatcher::stopWatching() { sm_ = nullptr; }
+
+} // namespace VeloSdkRpc
