@@ -1,5 +1,6 @@
 // A dispatch survives whatever its listeners do meanwhile.
 
+#include <cstddef>
 #include <new>
 #include <stdexcept>
 
@@ -68,6 +69,36 @@ TEST_F( PublisherTest, DestroysOther ) {
    } );
    change( "1" );
    EXPECT_THAT( story, ElementsAre( "a hears 1", "b hears 1", "d hears 1" ) );
+}
+
+TEST_F( PublisherTest, TheOnlyListenerAddsAnotherAndLeaves ) {
+   join( "a" );
+   once( "a", [this] {
+      join( "b" );
+      leave( "a" );
+   } );
+   change( "1" );
+   change( "2" );
+   EXPECT_THAT( story, ElementsAre( "a hears 1", "b hears 2" ) );
+}
+
+TEST_F( PublisherTest, APublisherInThePlaceOfOneThatItsOnlyListenerDestroyedTellsNothing ) {
+   alignas( Publisher ) std::byte place[sizeof( Publisher )];
+   auto * first = new ( place ) Publisher;
+   publisher.reset();
+   bool asked = false;
+   listeners["a"] = std::make_unique< Listener >( "a", story );
+   first->subscriberAdd( listeners["a"]->slot );
+   when( "a", [&] {
+      first->subscriberRemove( listeners["a"]->slot );
+      first->~Publisher();
+      auto * second = new ( place ) Publisher;
+      EXPECT_EQ( second->notification( kAttribute ), nullptr );
+      asked = true;
+      second->~Publisher();
+   } );
+   first->publishChange( kAttribute, nullptr, nullptr, "1" );
+   EXPECT_TRUE( asked );
 }
 
 TEST_F( PublisherTest, AddsSlotWhichWaitsForTheNextChange ) {

@@ -3,7 +3,7 @@
 #include <cstdint>
 
 #include "Quon/KeyTraits.h"
-#include "Quon/detail/DenseStore.h"
+#include "Quon/detail/DenseMapStore.h"
 #include "Quon/detail/KeyedCollection.h"
 
 namespace Quon {
@@ -17,7 +17,8 @@ namespace Quon {
 ///
 /// Every block has a mask of what is there and as much room as that takes, so dense keys cost
 /// hardly more than their values and a lonely one (up to 2^64 - 1) a chain of ten tiny blocks at
-/// most. A set keeps the masks alone: about an eighth of a byte per key.
+/// most. A set keeps the masks alone: about an eighth of a byte per key. A collection with values
+/// begins without a tree: up to 32 elements stand side by side.
 ///
 /// Prefer `HashMap2018` where keys may be scattered all over the range.
 ///
@@ -26,6 +27,11 @@ namespace Quon {
 template< class Value = void, class Traits = KeyTraits< std::uint64_t > >
 class DenseMap2018
    : public detail::KeyedCollection< DenseMap2018< Value, Traits >,
-                                     detail::DenseStore< std::uint64_t, Value, Traits > > {};
+                                     detail::DenseMapStore< std::uint64_t, Value, Traits > > {};
+
+template< class Traits >
+class DenseMap2018< void, Traits >
+   : public detail::KeyedCollection< DenseMap2018< void, Traits >,
+                                     detail::DenseStore< std::uint64_t, void, Traits > > {};
 
 } // namespace Quon

@@ -56,8 +56,9 @@ class KeyedCollection : public ::testing::Test {
    Collection collection;
 };
 
-using AllTypes = ::testing::Types< Numbers, SmallNumbers, Names, OneHash, FewHashes, Records,
-                                   NumberSet, NameSet, DenseNumbers, DenseRecords, DenseSet >;
+using AllTypes =
+   ::testing::Types< Numbers, SmallNumbers, Names, OneHash, FewHashes, Records, NumberSet, NameSet,
+                     DenseNumbers, DenseStrings, DenseRecords, DenseSet >;
 TYPED_TEST_SUITE( KeyedCollection, AllTypes );
 
 TYPED_TEST( KeyedCollection, StartsEmpty ) {
@@ -289,6 +290,7 @@ TEST( HashMap2018, PresentKeysWinWhenMergingBack ) {
 TEST( HashMap2018, NewMemberReturnsTheElementOrADefaultOne ) {
    HashMap2018< int, std::string > map;
    EXPECT_EQ( map.newMember( 1 ).value(), "" );
+   EXPECT_FALSE( map.newMember( 1, "not taken" ).inserted );
    map.newMember( 1 ).value() = "one";
    EXPECT_EQ( map.newMember( 1 ).value(), "one" );
    EXPECT_EQ( map.size(), 1u );
@@ -375,18 +377,41 @@ TEST( HashMap2018, AnEmptyOneIsFourWords ) {
 }
 
 TEST( DenseMap2018, HoldsTheLargestNumberAndEndsBehindIt ) {
-   DenseMap2018< int > map;
    const std::uint64_t last = ~std::uint64_t{ 0 };
-   map.memberIs( last, 1 );
-   map.memberIs( 0, 2 );
-   auto i = map.iteratorFrom( last );
-   EXPECT_EQ( i.key(), last );
-   i.advance();
-   EXPECT_FALSE( i );
-   map.deleteFrom( last );
-   EXPECT_EQ( map.size(), 1u );
-   map.deleteUpTo( last );
-   EXPECT_TRUE( map.empty() );
+   for ( const unsigned others : { 1u, 100u } ) { // few elements, and a tree of them
+      DenseMap2018< int > map;
+      map.memberIs( last, 1 );
+      for ( unsigned n = 0; n < others; ++n ) { map.memberIs( n, 2 ); }
+      auto i = map.iteratorFrom( last );
+      EXPECT_EQ( i.key(), last );
+      i.advance();
+      EXPECT_FALSE( i );
+      map.deleteFrom( last );
+      EXPECT_EQ( map.size(), others );
+      map.deleteUpTo( last );
+      EXPECT_TRUE( map.empty() );
+   }
+}
+
+TEST( DenseMap2018, IteratorsGoAlongWhenFewElementsBecomeMany ) {
+   DenseMap2018< Lumo::String > map;
+   map.memberIs( 500, "stays" );
+   map.memberIs( 900, "last" );
+   auto standing = map.iteratorFrom( 500 );
+   auto lost = map.iteratorFrom( 900 );
+   map.deleteMember( 900 );
+   for ( std::uint64_t n = 0; n < 200; ++n ) { map.memberIs( 10 * n + 1, "crowd" ); }
+   EXPECT_EQ( &*standing, map.lookup( 500 ) );
+   standing.advance();
+   EXPECT_EQ( standing.key(), 501u );
+   EXPECT_EQ( lost.value(), "last" );
+   lost.advance();
+   EXPECT_EQ( lost.key(), 901u );
+   map.memberDelAll();
+   EXPECT_EQ( standing.value(), "crowd" );
+   map.memberIs( 600, "alone" );
+   standing.advance();
+   EXPECT_EQ( standing.key(), 600u );
 }
 
 TEST( DenseMap2018, IsInTheOrderOfTheNumbers ) {

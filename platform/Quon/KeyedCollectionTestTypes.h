@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <string>
 
+#include "Lumo/String.h"
 #include "Quon/DenseMap2018.h"
 #include "Quon/HashMap2018.h"
 
@@ -82,6 +83,12 @@ struct DenseNumbers {
    using Collection = DenseMap2018< std::string >;
    static std::uint64_t key( unsigned n ) { return mostlyDense( n ); }
    static std::string value( unsigned, unsigned v ) { return "value " + std::to_string( v ); }
+};
+/// Values that move as bytes.
+struct DenseStrings {
+   using Collection = DenseMap2018< Lumo::String >;
+   static std::uint64_t key( unsigned n ) { return mostlyDense( n ); }
+   static Lumo::String value( unsigned, unsigned v ) { return "value " + std::to_string( v ); }
 };
 struct DenseRecords {
    using Collection = DenseMap2018< Record, RecordTraits >;

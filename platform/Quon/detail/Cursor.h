@@ -21,4 +21,12 @@ struct Cursor {
    void forgetPlace() { leaf = nullptr; }
 };
 
+/// `count` elements moved from `first` on to `to` on: the cursors on them go with them.
+template< class Node >
+void followMoved( Cursor< Node > * watchers, const Node * first, unsigned count, const Node * to ) {
+   for ( auto * c = watchers; c; c = c->nextRegistered ) {
+      if ( first <= c->node && c->node < first + count ) { c->node = to + ( c->node - first ); }
+   }
+}
+
 } // namespace Quon::detail

@@ -196,11 +196,7 @@ class DenseStore {
    struct Watch {
       Watchers watchers;
       void moved( const Node * first, unsigned count, const Node * to ) const {
-         for ( auto * c = watchers; c; c = c->nextRegistered ) {
-            if ( first <= c->node && c->node < first + count ) {
-               c->node = to + ( c->node - first );
-            }
-         }
+         followMoved( watchers, first, count, to );
       }
       void replaced( const void * block, void * by ) const {
          for ( auto * c = watchers; c; c = c->nextRegistered ) {

@@ -10,8 +10,8 @@
 #include <type_traits>
 #include <utility>
 
-#include "Lumo/Relocatable.h"
 #include "Quon/detail/MatchBytes.h"
+#include "Quon/detail/Relocate.h"
 
 namespace Quon::detail {
 
@@ -92,7 +92,7 @@ class alignas( 16 ) SparseBlock {
          const unsigned gap = block->positionOf( slot );
          if ( gap != left ) {
             block->slots()[gap] = block->slots()[left];
-            relocate( block->items() + left, 1, block->items() + gap, watch );
+            moveItems( block->items() + left, 1, block->items() + gap, watch );
          }
       } else if constexpr ( kZeroIsNone ) {
          block->items()[slot] = 0;
@@ -158,14 +158,14 @@ class alignas( 16 ) SparseBlock {
       with->count_ = block->count_;
       if ( !block->isDirect() && !with->isDirect() ) {
          std::memcpy( with->slots(), block->slots(), block->count_ );
-         relocate( block->items(), block->count_, with->items(), watch );
+         moveItems( block->items(), block->count_, with->items(), watch );
       } else {
          unsigned position = 0;
          block->forEach( [&]( unsigned slot, T & item ) {
             if ( !with->isDirect() ) {
                with->slots()[position] = static_cast< std::uint8_t >( slot );
             }
-            relocate( &item, 1, with->items() + ( with->isDirect() ? slot : position ), watch );
+            moveItems( &item, 1, with->items() + ( with->isDirect() ? slot : position ), watch );
             ++position;
          } );
       }
@@ -174,18 +174,9 @@ class alignas( 16 ) SparseBlock {
       block = with;
    }
 
-   /// Moves items to a place elsewhere.
    template< class Watch >
-   static void relocate( T * first, unsigned count, T * to, Watch watch ) {
-      if constexpr ( Lumo::isRelocatable< T > ) {
-         std::memcpy( static_cast< void * >( to ), static_cast< const void * >( first ),
-                      count * sizeof( T ) );
-      } else {
-         for ( unsigned i = 0; i < count; ++i ) {
-            new ( to + i ) T( std::move( first[i] ) );
-            std::destroy_at( first + i );
-         }
-      }
+   static void moveItems( T * first, unsigned count, T * to, Watch watch ) {
+      relocate( first, count, to );
       watch.moved( first, count, to );
    }
 
