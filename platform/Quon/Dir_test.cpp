@@ -10,6 +10,7 @@
 
 #include "Lumo/Lumo.h"
 #include "Quon/EntityTypes.h"
+#include "Quon/EntityWatcher.h"
 #include "Quon/Exceptions.h"
 #include "Quon/StringAttribute.h"
 
@@ -51,7 +52,13 @@ TEST( EntityTypesDeathTest, TwoOfOneNameAreABug ) {
 
 class DirTest : public testing::Test {
  protected:
-   DirTest() { dir->publisher()->subscriberAdd( slot_ ); }
+   DirTest() {
+      watcher.then = [this]( const Lumo::Notification & change ) {
+         const auto name = static_cast< const Lumo::String * >( change.key )->view();
+         told.push_back( ( change.newValue ? "+" : "-" ) + std::string( name ) );
+         if ( then ) { then(); }
+      };
+   }
 
    std::string refusalOf( const Lumo::String & type, const Lumo::String & name ) {
       try {
@@ -65,21 +72,9 @@ class DirTest : public testing::Test {
 
    const EntityTypeRegistration< Plain > registered;
    Lumo::Ptr< Dir > dir = Lumo::makeNode< Dir >();
+   EntityWatcher watcher{ *dir };
    std::vector< std::string > told;
    std::function< void() > then;
-
- public:
-   bool isZombie() const { return false; }
-
- private:
-   void changed( Lumo::Publisher *, Lumo::Subscriber *, short attributeId, const void * key,
-                 const void * value ) {
-      EXPECT_EQ( attributeId, Dir::kEntity );
-      const auto name = static_cast< const Lumo::String * >( key )->view();
-      told.push_back( ( value ? "+" : "-" ) + std::string( name ) );
-      if ( then ) { then(); }
-   }
-   Lumo::MemberSubscriber< DirTest, &DirTest::changed > slot_{ this };
 };
 
 TEST_F( DirTest, AnEntityIsMadeOnceAndThenReturned ) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <type_traits>
 
 #include "Lumo/Hash.h"
 #include "Lumo/String.h"
@@ -22,9 +23,13 @@ class HashState {
 
    /// A value that has a hash itself.
    template< class V >
-      requires requires( const V & value ) { value.hash( 0U ); }
+      requires std::is_class_v< V >
    void mix( const V & value ) {
-      mix( std::uint64_t{ value.hash( 0U ) } );
+      if constexpr ( requires { value.hash( 0U ); } ) {
+         mix( std::uint64_t{ value.hash( 0U ) } );
+      } else {
+         mix( std::uint64_t{ value.hash() } );
+      }
    }
 
    /// A value or its absence.

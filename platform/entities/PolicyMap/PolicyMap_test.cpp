@@ -1,6 +1,5 @@
 #include "PolicyMap/PolicyMap.h"
 
-#include <functional>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -9,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include "Lumo/ThrowingAssertionHandler.h"
+#include "Quon/EntityWatcher.h"
 #include "Quon/Quon.h"
 
 namespace PolicyMap::Counters::test {
@@ -66,26 +66,7 @@ TEST( PolicyMapKeyTest, ComesBackFromItsImage ) {
    EXPECT_EQ( manager.stringsHeld(), 0U );
 }
 
-/// Notes the attribute ids that an entity publishes, then does what it was asked to.
-class Watcher {
- public:
-   explicit Watcher( const Quon::PublishingEntity & entity ) {
-      entity.publisher()->subscriberAdd( slot_ );
-   }
-   bool isZombie() const { return false; }
-
-   std::vector< short > told;
-   std::function< void( const Lumo::Publisher & ) > then;
-
- private:
-   void changed( Lumo::Publisher * publisher, Lumo::Subscriber *, short attributeId, const void *,
-                 const void * ) {
-      told.push_back( attributeId );
-      if ( then ) { then( *publisher ); }
-   }
-
-   Lumo::MemberSubscriber< Watcher, &Watcher::changed > slot_{ this };
-};
+using Watcher = Quon::test::EntityWatcher;
 
 class CountersDataTest : public testing::Test {
  protected:
@@ -102,9 +83,9 @@ TEST_F( CountersDataTest, PublishesItsCountersOnlyWhenTheyChange ) {
 }
 
 TEST_F( CountersDataTest, ShowsOldAndNewCountersWhileItTells ) {
-   watcher.then = []( const Lumo::Publisher & publisher ) {
+   watcher.then = []( const Lumo::Notification & change ) {
       const auto [previous, current] = Quon::Impl::getNotifyValues(
-         publisher, CountersData::kCountData, std::type_identity< CountData >() );
+         *change.publisher, CountersData::kCountData, std::type_identity< CountData >() );
       EXPECT_EQ( *previous, CountData() );
       EXPECT_EQ( *current, CountData( 1, 100 ) );
    };
@@ -113,7 +94,7 @@ TEST_F( CountersDataTest, ShowsOldAndNewCountersWhileItTells ) {
 }
 
 TEST_F( CountersDataTest, ASubscriberMayLetGoOfItOrCountOn ) {
-   watcher.then = [this]( const Lumo::Publisher & ) {
+   watcher.then = [this]( const Lumo::Notification & ) {
       if ( watcher.told.size() == 1 ) {
          data->countDataIs( CountData( 2, 200 ) );
       } else {
@@ -125,7 +106,7 @@ TEST_F( CountersDataTest, ASubscriberMayLetGoOfItOrCountOn ) {
 }
 
 TEST_F( CountersDataTest, KeepsTheNewCountersWhenASubscriberThrows ) {
-   watcher.then = []( const Lumo::Publisher & ) { throw std::runtime_error( "subscriber" ); };
+   watcher.then = []( const Lumo::Notification & ) { throw std::runtime_error( "subscriber" ); };
    EXPECT_THROW( data->countDataIs( CountData( 1, 100 ) ), std::runtime_error );
    EXPECT_EQ( data->countData(), CountData( 1, 100 ) );
 }
