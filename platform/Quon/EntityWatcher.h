@@ -25,7 +25,8 @@ class EntityWatcher {
    void changed( Lumo::Publisher * publisher, Lumo::Subscriber *, short attributeId, const void *,
                  const void * ) {
       told.push_back( attributeId );
-      if ( then ) { then( *publisher->notification( attributeId ) ); }
+      const auto act = then; // which may replace itself
+      if ( act ) { act( *publisher->notification( attributeId ) ); }
    }
 
    Lumo::MemberSubscriber< EntityWatcher, &EntityWatcher::changed > slot_{ this };

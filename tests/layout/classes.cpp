@@ -3,6 +3,8 @@
 // a stand-in here that fills the open slots and shows their order.
 
 #include "Lumo/Node.h"
+#include "VeloSdkRpc/BgpLinkWeightMgr.h"
+#include "VeloSdkRpc/FibOverrideMgr.h"
 #include "VeloSdkRpc/MplsRouteHwProgrammingWatcher.h"
 #include "VeloSdkRpc/PbrCountersMgr.h"
 #include "VeloSdkRpc/SdkErrors.h"

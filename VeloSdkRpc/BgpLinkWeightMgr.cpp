@@ -1,0 +1,61 @@
+#include "VeloSdkRpc/BgpLinkWeightMgr.h"
+
+#include "Quon/Dir.h"
+#include "VeloSdkRpc/detail/ResyncBracket.h"
+
+namespace VeloSdkRpc {
+namespace {
+
+const Lumo::String mountPath = "routing/bgp/sdk/linkweight";
+const Lumo::String overrideName = "bgpLinkWeightSdkOverride";
+
+} // namespace
+
+bgp_link_weight_mgr::bgp_link_weight_mgr( velo::mount_mgr * mountMgr )
+   : velo::mount_handler( mountMgr ) {}
+
+bgp_link_weight_mgr::~bgp_link_weight_mgr() = default;
+
+void bgp_link_weight_mgr::doMounts( const Lumo::Ptr< Keldb::MountGroup > & mounts,
+                                    const Lumo::Ptr< QuonSharedMem::MountGroup > & ) {
+   Keldb::Mount mount( mountPath, Quon::Dir::kTypeName, Keldb::AllMountFlags( 0 ) );
+   mount.handleFlags( "wi" );
+   mounts->doMount( mount );
+}
+
+void bgp_link_weight_mgr::onMountsComplete( const Lumo::Ptr< Keldb::EntityManager > & entities,
+                                            const Lumo::Ptr< QuonSharedMem::EntityManager > & ) {
+   override_ = nullptr;
+   const auto directory = Quon::entityCast< Quon::Dir >( entities->getEntity( mountPath ) );
+   if ( !directory ) { return; }
+   override_ = Quon::entityCast< BgpLinkWeightSdkOverride >(
+      directory->createEntity( BgpLinkWeightSdkOverride::kTypeName, overrideName ) );
+}
+
+void bgp_link_weight_mgr::link_weight_set( velo::intf_id_t intf, std::uint32_t weight ) {
+   if ( resyncMode_ ) { resyncSet_.insert( intf ); }
+   override_->bgpLinkWeightSdkOverrideEntryIs(
+      Ipnet::IntfId( intf ), Routing::Bgp::BgpLinkWeightSdkOverrideEntry( weight ) );
+}
+
+void bgp_link_weight_mgr::link_weight_del( velo::intf_id_t intf ) {
+   if ( resyncMode_ ) { resyncSet_.erase( intf ); }
+   override_->bgpLinkWeightSdkOverrideEntryDel( Ipnet::IntfId( intf ) );
+}
+
+void bgp_link_weight_mgr::link_weight_resync_init() {
+   resyncSet_.clear();
+   resyncMode_ = true;
+}
+
+void bgp_link_weight_mgr::link_weight_resync_complete() {
+   detail::requireResync( resyncMode_ );
+   detail::deleteWhatWasNotSent(
+      resyncMode_, resyncSet_, override_->bgpLinkWeightSdkOverrideEntry(),
+      []( Ipnet::IntfId intf ) { return velo::intf_id_t( intf ); },
+      [this]( velo::intf_id_t intf ) {
+         override_->bgpLinkWeightSdkOverrideEntryDel( Ipnet::IntfId( intf ) );
+      } );
+}
+
+} // namespace VeloSdkRpc

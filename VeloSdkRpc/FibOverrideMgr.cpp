@@ -1,0 +1,63 @@
+#include "VeloSdkRpc/FibOverrideMgr.h"
+
+#include "VeloSdkRpc/detail/ResyncBracket.h"
+
+namespace VeloSdkRpc {
+namespace {
+
+const Lumo::String configPath = "routing/rib/fibOverride/config";
+
+} // namespace
+
+fib_override_mgr::fib_override_mgr( velo::mount_mgr * mountMgr,
+                                    const Lumo::String & mountPointName )
+   : velo::mount_handler( mountMgr, mountPointName ) {}
+
+fib_override_mgr::~fib_override_mgr() = default;
+
+Lumo::String fib_override_mgr::getMountPath() const {
+   return configPath + "/" + get_mount_point_name();
+}
+
+void fib_override_mgr::doMounts( const Lumo::Ptr< Keldb::MountGroup > & mounts,
+                                 const Lumo::Ptr< QuonSharedMem::MountGroup > & ) {
+   mounts->doMountPath( getMountPath() );
+}
+
+void fib_override_mgr::onMountsComplete( const Lumo::Ptr< Keldb::EntityManager > & entities,
+                                         const Lumo::Ptr< QuonSharedMem::EntityManager > & ) {
+   config_ = Quon::entityCast< FibOverrideConfig >( entities->getEntity( getMountPath() ) );
+}
+
+void fib_override_mgr::via_override_set( const FibOverrideVia & via ) {
+   if ( resyncMode_ ) { resyncSet_.insert( via.matcher() ); }
+   config_->viaOverrideIs( via );
+}
+
+void fib_override_mgr::via_override_del( const FibOverrideViaMatcher & matcher ) {
+   if ( resyncMode_ ) { resyncSet_.erase( matcher ); }
+   config_->viaOverrideDel( matcher );
+}
+
+Quon::Optional< std::uint32_t > fib_override_mgr::default_ucmp_weight() const {
+   return config_->ucmpWeightDefault();
+}
+
+void fib_override_mgr::default_ucmp_weight_set( std::uint32_t weight ) {
+   config_->ucmpWeightDefaultIs( weight );
+}
+
+void fib_override_mgr::via_override_resync_init() {
+   resyncSet_.clear();
+   resyncMode_ = true;
+}
+
+void fib_override_mgr::via_override_resync_complete() {
+   detail::requireResync( resyncMode_ );
+   detail::deleteWhatWasNotSent(
+      resyncMode_, resyncSet_, config_->viaOverride(),
+      []( const FibOverrideViaMatcher & matcher ) { return matcher; },
+      [this]( const FibOverrideViaMatcher & matcher ) { config_->viaOverrideDel( matcher ); } );
+}
+
+} // namespace VeloSdkRpc
