@@ -98,7 +98,8 @@ class alignas( 16 ) SparseBlock {
          block->items()[slot] = 0;
       }
       if ( left * 5 <= block->capacity_ ) {
-         replace( block, create( capacityFor( left + left / 2 ) ), watch );
+         const unsigned capacity = capacityFor( left + left / 2 );
+         if ( capacity < block->capacity_ ) { replace( block, create( capacity ), watch ); }
       }
    }
 
@@ -134,7 +135,7 @@ class alignas( 16 ) SparseBlock {
    }
 
    static unsigned capacityFor( unsigned wanted ) {
-      for ( const unsigned capacity : { 1u, 2u, 4u, 8u, 16u, 32u } ) {
+      for ( const unsigned capacity : { 1u, 4u, 16u, 32u } ) {
          if ( wanted <= capacity ) { return capacity; }
       }
       return 64;
