@@ -261,6 +261,26 @@ TYPED_TEST( KeyedCollection, AValueIsReplacedOnlyWhereTheKeyIsPresent ) {
    }
 }
 
+TYPED_TEST( KeyedCollection, AnEqualValueIsNoChangeAndAnotherOneHandsBackTheOldOne ) {
+   if constexpr ( TypeParam::Collection::hasValue ) {
+      const auto key = this->key( 1 );
+      const auto first = TypeParam::value( 1, 7 ), second = TypeParam::value( 1, 8 );
+      std::optional< std::decay_t< decltype( first ) > > previous;
+      EXPECT_TRUE( this->collection.memberIsUnlessEqual( key, first, &previous ) );
+      EXPECT_FALSE( previous );
+      const auto version = this->collection.version();
+      EXPECT_FALSE( this->collection.memberIsUnlessEqual( key, first, &previous ) );
+      EXPECT_EQ( this->collection.version(), version );
+      EXPECT_FALSE( previous );
+      EXPECT_TRUE( this->collection.memberIsUnlessEqual( key, second, &previous ) );
+      EXPECT_NE( this->collection.version(), version );
+      EXPECT_EQ( previous, first );
+      EXPECT_EQ( this->collection.lookup( key )->value(), second );
+      EXPECT_TRUE( this->collection.memberIsUnlessEqual( key, first ) );
+      EXPECT_EQ( this->collection.size(), 1u );
+   }
+}
+
 TYPED_TEST( KeyedCollection, TakingAMemberHandsBackItsValueAndLeavesIteratorsTheirs ) {
    if constexpr ( TypeParam::Collection::hasValue ) {
       this->insert( 1, 7 );

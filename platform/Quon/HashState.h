@@ -35,13 +35,18 @@ class HashState {
    /// A value or its absence.
    template< class V >
    void mix( const Optional< V > & optional ) {
-      mix( std::uint64_t{ optional.hasValue() } );
-      if ( optional ) { mix( *optional ); }
+      if ( optional ) {
+         mix( *optional );
+      } else {
+         mix( kAbsent );
+      }
    }
 
    std::uint64_t result() const { return state_; }
 
  private:
+   static constexpr std::uint64_t kAbsent = 0x5851f42d4c957f2d; // just some number
+
    std::uint64_t state_;
 };
 

@@ -34,17 +34,16 @@ class PublishedValues {
    const Members & members() const { return members_; }
 
    void memberIs( const Key & key, const Value & value ) {
-      const auto * const present = members_.lookup( key );
-      if ( present && present->value() == value ) { return; }
       if ( !owner_.publisher()->hasSubscribers() ) {
-         members_.memberIs( key, value );
+         members_.memberIsUnlessEqual( key, value );
          return;
       }
       const Key told = key;
       const Value current = value;
-      const auto previous = present ? std::optional( present->value() ) : std::nullopt;
-      members_.memberIs( told, current );
-      publish( told, previous ? &*previous : nullptr, &current );
+      std::optional< Value > previous;
+      if ( members_.memberIsUnlessEqual( told, current, &previous ) ) {
+         publish( told, previous ? &*previous : nullptr, &current );
+      }
    }
 
    /// No effect if there is none.

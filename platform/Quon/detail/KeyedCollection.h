@@ -120,6 +120,27 @@ class KeyedCollection {
       return { node, inserted };
    }
 
+   /// As `memberIs`, with one look-up for values that are often the same: an equal value is left as
+   /// it is, and then this is no change and false. `previous`, if there is one, is given the value
+   /// that was replaced.
+   template< class V = Value >
+   bool memberIsUnlessEqual( const Key & key, const std::type_identity_t< V > & value,
+                             std::optional< V > * previous = nullptr )
+      requires( hasValue )
+   {
+      changing();
+      Node::checkKey( key, value );
+      const auto [node, inserted] =
+         store_.insert( key, iterators_, [&] { return Node( key, value ); } );
+      if ( !inserted && std::as_const( *node ).value() == value ) { return false; }
+      ++version_;
+      if ( !inserted ) {
+         V replaced = node->exchangeValue( value );
+         if ( previous ) { previous->emplace( std::move( replaced ) ); }
+      }
+      return true;
+   }
+
    /// Inserts `key` into the set.
    MemberIs< NodePtr > memberIs( const Key & key )
       requires( !hasValue )
