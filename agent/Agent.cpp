@@ -1,8 +1,8 @@
 #include "agent/Agent.h"
 
-#include "VeloSdkRpc/PbrCountersMgr.h"
 #include "agent/EventLoop.h"
 #include "agent/JsonLineFormat.h"
+#include "agent/Managers.h"
 #include "agent/Output.h"
 #include "agent/StopSignals.h"
 #include "agent/StreamFrontend.h"
@@ -20,8 +20,6 @@
 namespace VeloAgent {
 
 namespace {
-
-const Lumo::String kMountPath = "policyMap/counters/pbr";
 
 /// The scheduler of this agent is the one that everybody finds, for as long as the agent runs.
 class ProcessScheduler {
@@ -52,7 +50,6 @@ class Agent final : public SourceListener {
 
  private:
    std::unique_ptr< Source > sourceFor( const Options & options );
-   void mount();
 
    void changesFound( CounterChanges changes ) override { writer_->apply( std::move( changes ) ); }
    void sourceFailed( const std::string & what, std::chrono::milliseconds retryIn ) override {
@@ -72,9 +69,7 @@ class Agent final : public SourceListener {
    Output output_;
 
    const Lumo::Ptr< TreeWriter::Root > root_;
-   const Lumo::Ptr< QuonSharedMem::EntityManager > sharedMemEntities_;
-   velo::mount_mgr mounts_;
-   VeloSdkRpc::PbrPolicyCountersMgr manager_;
+   Managers managers_;
 
    const Lumo::Ptr< StreamFrontend > frontend_;
    const Lumo::Ptr< TreeWriter > writer_;
@@ -87,9 +82,7 @@ Agent::Agent( const Options & options, const StopSignals & stopSignals, int outp
      loop_( *scheduler_ ),
      output_( outputFd, stopSignals.fd(), [this] { loop_.stop(); } ),
      root_( Lumo::makeNode< TreeWriter::Root >() ),
-     sharedMemEntities_( Lumo::makeNode< QuonSharedMem::EntityManager >() ),
-     mounts_( Lumo::makeNode< Keldb::EntityManager >(), sharedMemEntities_ ),
-     manager_( &mounts_ ),
+     managers_( root_ ),
      frontend_( Lumo::makeNode< StreamFrontend >( *format_, output_ ) ),
      writer_( Lumo::makeNode< TreeWriter >(
         *scheduler_, root_, [this] { source_->changesApplied(); },
@@ -108,17 +101,12 @@ std::unique_ptr< Source > Agent::sourceFor( const Options & options ) {
    return std::make_unique< SyntheticSource >( loop_, *this, options.synthetic );
 }
 
-void Agent::mount() {
-   sharedMemEntities_->entityIs( kMountPath, root_ );
-   mounts_.mountAll();
-   manager_.startWatching( frontend_ );
-}
-
 void Agent::run() {
    asio::steady_timer end( loop_.context() );
    {
       const velo::sdk_scoped_lock lock;
-      mount();
+      managers_.mount();
+      managers_.pbrCounters().startWatching( frontend_ );
       source_->start();
       if ( options_.duration ) {
          end.expires_after( *options_.duration );

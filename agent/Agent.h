@@ -3,6 +3,8 @@
 ///    source ──changes──► tree writer ──► mounted tree ──► manager ──► frontend ──lines──► output
 ///             (a task, in slices)        policyMap/counters/pbr      (a task, in slices)
 ///
+/// The other managers are mounted too (Managers.h).
+///
 /// Owner      main()
 /// Thread     the thread that calls run(), which becomes the event loop's
 

@@ -1,0 +1,28 @@
+#include "agent/Managers.h"
+
+namespace VeloAgent {
+
+namespace {
+
+const Lumo::String kPbrCountersPath = "policyMap/counters/pbr";
+const Lumo::String kFibOverrideName = "sdk";
+
+} // namespace
+
+Managers::Managers( const Lumo::Ptr< PbrCountersRoot > & pbrCountersRoot )
+   : entities_( Lumo::makeNode< Keldb::EntityManager >() ),
+     sharedMemEntities_( Lumo::makeNode< QuonSharedMem::EntityManager >() ),
+     mounts_( entities_, sharedMemEntities_ ),
+     pbrCounters_( &mounts_ ),
+     linkWeights_( &mounts_ ),
+     fibOverrides_( &mounts_, kFibOverrideName ) {
+   sharedMemEntities_->entityIs( kPbrCountersPath, pbrCountersRoot );
+
+   // Mounted by path alone: what is there is for the database to know.
+   Keldb::Mount fibOverrideConfig( fibOverrides_.getMountPath(),
+                                   Routing::Fib::FibOverrideConfig::kTypeName );
+   fibOverrideConfig.handleFlags( "wi" );
+   entities_->pathTypeIs( fibOverrideConfig );
+}
+
+} // namespace VeloAgent

@@ -1,0 +1,45 @@
+/// The SDK managers of this agent and the state that they are mounted on:
+///
+///    policyMap/counters/pbr               shared memory; the agent's own sources write it
+///    routing/bgp/sdk/linkweight           state database; made by the mount
+///    routing/rib/fibOverride/config/sdk   state database; made by the mount
+///
+/// Owner      the agent
+/// Thread     event loop only, except where a manager says otherwise
+/// Invariant  the managers go before what they are mounted on
+
+#pragma once
+
+#include "PolicyMap/PolicyMap.h"
+#include "VeloSdkRpc/BgpLinkWeightMgr.h"
+#include "VeloSdkRpc/FibOverrideMgr.h"
+#include "VeloSdkRpc/PbrCountersMgr.h"
+
+namespace VeloAgent {
+
+class Managers {
+ public:
+   using PbrCountersRoot = PolicyMap::Counters::PolicyMapTypeCounters;
+
+   explicit Managers( const Lumo::Ptr< PbrCountersRoot > & pbrCountersRoot );
+
+   /// Runs the mount protocol over all of them, once. Before it no manager may be used.
+   void mount() { mounts_.mountAll(); }
+
+   VeloSdkRpc::PbrPolicyCountersMgr & pbrCounters() { return pbrCounters_; }
+   VeloSdkRpc::bgp_link_weight_mgr & linkWeights() { return linkWeights_; }
+   VeloSdkRpc::fib_override_mgr & fibOverrides() { return fibOverrides_; }
+
+   /// The state database, where those who follow the configuration find it.
+   const Keldb::EntityManager & entities() const { return *entities_; }
+
+ private:
+   const Lumo::Ptr< Keldb::EntityManager > entities_;
+   const Lumo::Ptr< QuonSharedMem::EntityManager > sharedMemEntities_;
+   velo::mount_mgr mounts_;
+   VeloSdkRpc::PbrPolicyCountersMgr pbrCounters_;
+   VeloSdkRpc::bgp_link_weight_mgr linkWeights_;
+   VeloSdkRpc::fib_override_mgr fibOverrides_;
+};
+
+} // namespace VeloAgent
