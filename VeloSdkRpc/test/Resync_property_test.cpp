@@ -34,7 +34,7 @@ using Deeds = std::vector< Deed >;
 
 rc::Gen< Deeds > deeds( const std::vector< Verb > & verbs ) {
    return rc::gen::container< Deeds >( rc::gen::construct< Deed >(
-      rc::gen::elementOf( verbs ), rc::gen::inRange( 0U, 40U ), rc::gen::inRange( 0U, 3U ) ) );
+      rc::gen::elementOf( verbs ), rc::gen::inRange( 0U, 12U ), rc::gen::inRange( 0U, 3U ) ) );
 }
 
 /// A manager and what it must amount to. What others write while a bracket is being completed is
@@ -121,9 +121,11 @@ class World {
 template< class Mgr >
 void storyHolds( const std::vector< Deeds > & whims ) {
    World< Mgr > world( whims );
-   const auto script =
-      *rc::gen::resize( 200, deeds( { Verb::set, Verb::set, Verb::set, Verb::del, Verb::setDirectly,
-                                      Verb::delDirectly, Verb::init, Verb::complete } ) );
+   // Brackets long enough for one number to be sent, deleted and written by others in them.
+   const auto script = *rc::gen::resize(
+      400, deeds( { Verb::set, Verb::set, Verb::set, Verb::set, Verb::del, Verb::del, Verb::del,
+                    Verb::setDirectly, Verb::setDirectly, Verb::setDirectly, Verb::delDirectly,
+                    Verb::init, Verb::complete } ) );
    for ( const Deed & deed : script ) {
       world.play( deed );
       world.check();

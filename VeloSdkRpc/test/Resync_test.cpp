@@ -76,6 +76,15 @@ TYPED_TEST( Resync, WhatWasDeletedByOthersAndIsThereAgainStaysIfItWasSent ) {
    EXPECT_THAT( this->mgr.contents(), ElementsAre( Pair( A, 2 ) ) );
 }
 
+TYPED_TEST( Resync, WhatWasDeletedAndIsThereAgainByOthersGoes ) {
+   this->mgr.init();
+   this->mgr.set( A, 1 );
+   this->mgr.del( A );
+   this->mgr.setDirectly( A, 2 );
+   this->mgr.complete();
+   EXPECT_THAT( this->mgr.contents(), IsEmpty() );
+}
+
 TYPED_TEST( Resync, AnEmptyBracketRemovesEverything ) {
    this->mgr.set( A, 1 );
    this->mgr.set( B, 2 );
