@@ -3,7 +3,6 @@
 #include <arpa/inet.h>
 
 #include <algorithm>
-#include <cstring>
 #include <ostream>
 
 #include <fmt/format.h>
@@ -65,11 +64,10 @@ void IpAddr::textIs( const Lumo::String & text ) {
 }
 
 std::uint64_t IpAddr::hash( unsigned seed ) const {
-   std::uint64_t words[2];
-   std::memcpy( words, bytes_.data(), sizeof( words ) );
+   const Words both = words();
    Quon::HashState state( seed );
-   state.mix( words[0] ^ static_cast< std::uint64_t >( family_ ) );
-   if ( family_ == Family::v6 ) { state.mix( words[1] ); }
+   state.mix( both.first ^ static_cast< std::uint64_t >( family_ ) );
+   if ( family_ == Family::v6 ) { state.mix( both.second ); }
    return state.result();
 }
 

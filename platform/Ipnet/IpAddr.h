@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <bit>
 #include <compare>
 #include <cstdint>
 #include <iosfwd>
@@ -52,7 +53,9 @@ class VELO_PLATFORM_EXPORT IpAddr {
    /// shortened.
    std::string toString() const;
 
-   friend bool operator==( const IpAddr &, const IpAddr & ) = default;
+   friend bool operator==( const IpAddr & a, const IpAddr & b ) {
+      return a.family_ == b.family_ && a.words() == b.words();
+   }
    /// IPv4 before IPv6, then by number.
    friend std::strong_ordering operator<=>( const IpAddr &, const IpAddr & ) = default;
    friend VELO_PLATFORM_EXPORT std::ostream & operator<<( std::ostream & os, const IpAddr & addr );
@@ -66,6 +69,13 @@ class VELO_PLATFORM_EXPORT IpAddr {
 
  private:
    IpAddr( Family family, const Bytes & bytes ) : family_( family ), bytes_( bytes ) {}
+
+   /// The bytes as two numbers, whichever: to compare and to hash, both without a call.
+   struct Words {
+      std::uint64_t first, second;
+      friend bool operator==( const Words &, const Words & ) = default;
+   };
+   Words words() const { return std::bit_cast< Words >( bytes_ ); }
 
    Lumo::String text() const { return toString(); }
    void textIs( const Lumo::String & text );
