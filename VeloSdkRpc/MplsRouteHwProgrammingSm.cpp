@@ -28,11 +28,11 @@ const Quon::TraceHandle & traceHandle() {
 
 AckInfo ackInfoOf( const Route & route ) { return route.ackInfo() ? *route.ackInfo() : AckInfo(); }
 
-/// Empty if it has none, or there is no map.
-Lumo::String nameOf( Routing::NexthopGroup::NexthopGroupId nhgId,
-                     const Lumo::Ptr< const NexthopGroupMap > & nhgMap ) {
+/// Whether the group has a name, which must not be empty. Without a map none has.
+bool isNamed( Routing::NexthopGroup::NexthopGroupId nhgId,
+              const Lumo::Ptr< const NexthopGroupMap > & nhgMap ) {
    const auto * const present = nhgMap ? nhgMap->nexthopGroupName().lookup( nhgId ) : nullptr;
-   return present ? present->value() : Lumo::String();
+   return present && !present->value().empty();
 }
 
 /// Whether the client need not be told of `current` again. What it is not asked about here may
@@ -221,10 +221,10 @@ void MplsRouteHwProgrammingSm::stayParked( const KeySetPtr & entry ) {
 /// on its account. Normally nothing does; after an exception something may.
 void MplsRouteHwProgrammingSm::noLongerParked( const Mpls::RouteKey & key, const FecId & fecId ) {
    Release::told( releases_, key );
-   if ( const auto entry = fecIdToMplsRouteKeySet( fecId ) ) {
-      entry->mplsRouteKeySetDel( key );
-      if ( entry->mplsRouteKeySet().empty() ) { fecIdToMplsRouteKeySetDel( fecId ); }
-   }
+   const auto * const present = fecIdToMplsRouteKeySet_.lookup( fecId );
+   if ( !present ) { return; }
+   present->value()->mplsRouteKeySetDel( key );
+   if ( present->value()->mplsRouteKeySet().empty() ) { fecIdToMplsRouteKeySetDel( fecId ); }
 }
 
 // Reactions ---------------------------------------------------------------------------------------
@@ -262,7 +262,7 @@ void MplsRouteHwProgrammingSm::handleNexthopGroupStatus(
    MPLS_TRACE( 8 ) << "Processing NHG ID: " << nhgId;
    const AtWork atWork( *this );
    const auto entry = fecIdToMplsRouteKeySetDel( FecId::nexthopGroupIdToFecId( nhgId ) );
-   if ( entry && !nameOf( nhgId, nexthopGroupMap_ ).empty() ) { Release( *this, entry ).run(); }
+   if ( entry && isNamed( nhgId, nexthopGroupMap_ ) ) { Release( *this, entry ).run(); }
 }
 
 void MplsRouteHwProgrammingSm::processRoute( const Mpls::RouteKey & key ) {
@@ -302,7 +302,7 @@ bool MplsRouteHwProgrammingSm::isICBSupported( const Route & route ) const {
 
 bool MplsRouteHwProgrammingSm::doesNhgExist( const FecId & fecId,
                                              const NexthopGroupMapPtr & nhgMap ) {
-   if ( !nameOf( FecId::fecIdToNexthopGroupId( fecId ), nhgMap ).empty() ) { return true; }
+   if ( isNamed( FecId::fecIdToNexthopGroupId( fecId ), nhgMap ) ) { return true; }
    MPLS_TRACE( 8 ) << "NHG mapping is not presented yet";
    return false;
 }
