@@ -6,17 +6,22 @@ namespace {
 
 const Lumo::String kPbrCountersPath = "policyMap/counters/pbr";
 const Lumo::String kFibOverrideName = "sdk";
+const Lumo::String kMplsStatusPath = "routing/hardware/mpls/status";
 
 } // namespace
 
 Managers::Managers( const Lumo::Ptr< PbrCountersRoot > & pbrCountersRoot )
-   : entities_( Lumo::makeNode< Keldb::EntityManager >() ),
+   : nexthopGroups_( Lumo::makeNode< NexthopGroup::NexthopGroupMap >() ),
+     watchedNexthopGroups_( nexthopGroups_ ),
+     entities_( Lumo::makeNode< Keldb::EntityManager >() ),
      sharedMemEntities_( Lumo::makeNode< QuonSharedMem::EntityManager >() ),
      mounts_( entities_, sharedMemEntities_ ),
      pbrCounters_( &mounts_ ),
      linkWeights_( &mounts_ ),
-     fibOverrides_( &mounts_, kFibOverrideName ) {
+     fibOverrides_( &mounts_, kFibOverrideName ),
+     mplsRoutes_( &mounts_, &watchedNexthopGroups_ ) {
    sharedMemEntities_->entityIs( kPbrCountersPath, pbrCountersRoot );
+   entities_->entityIs( kMplsStatusPath, Lumo::makeNode< Mpls::Hardware::Status >() );
 
    // Mounted by path alone: what is there is for the database to know.
    Keldb::Mount fibOverrideConfig( fibOverrides_.getMountPath(),

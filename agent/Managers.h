@@ -3,6 +3,9 @@
 ///    policyMap/counters/pbr               shared memory; the agent's own sources write it
 ///    routing/bgp/sdk/linkweight           state database; made by the mount
 ///    routing/rib/fibOverride/config/sdk   state database; made by the mount
+///    routing/hardware/mpls/status         state database; the hardware's side writes it
+///
+/// and, beside these, the agent's map of next-hop groups.
 ///
 /// Owner      the agent
 /// Thread     event loop only, except where a manager says otherwise
@@ -10,9 +13,12 @@
 
 #pragma once
 
+#include "Mpls/Mpls.h"
+#include "NexthopGroup/NexthopGroup.h"
 #include "PolicyMap/PolicyMap.h"
 #include "VeloSdkRpc/BgpLinkWeightMgr.h"
 #include "VeloSdkRpc/FibOverrideMgr.h"
+#include "VeloSdkRpc/MplsRouteHwProgrammingWatcher.h"
 #include "VeloSdkRpc/PbrCountersMgr.h"
 
 namespace VeloAgent {
@@ -29,17 +35,24 @@ class Managers {
    VeloSdkRpc::PbrPolicyCountersMgr & pbrCounters() { return pbrCounters_; }
    VeloSdkRpc::bgp_link_weight_mgr & linkWeights() { return linkWeights_; }
    VeloSdkRpc::fib_override_mgr & fibOverrides() { return fibOverrides_; }
+   VeloSdkRpc::MplsRouteHwProgrammingWatcher & mplsRoutes() { return mplsRoutes_; }
+
+   /// The agent's map of next-hop groups, for whoever names them.
+   NexthopGroup::NexthopGroupMap & nexthopGroups() { return *nexthopGroups_; }
 
    /// The state database, where those who follow the configuration find it.
    const Keldb::EntityManager & entities() const { return *entities_; }
 
  private:
+   const Lumo::Ptr< NexthopGroup::NexthopGroupMap > nexthopGroups_;
+   const Lumo::Ptr< const NexthopGroup::NexthopGroupMap > watchedNexthopGroups_; ///< The same.
    const Lumo::Ptr< Keldb::EntityManager > entities_;
    const Lumo::Ptr< QuonSharedMem::EntityManager > sharedMemEntities_;
    velo::mount_mgr mounts_;
    VeloSdkRpc::PbrPolicyCountersMgr pbrCounters_;
    VeloSdkRpc::bgp_link_weight_mgr linkWeights_;
    VeloSdkRpc::fib_override_mgr fibOverrides_;
+   VeloSdkRpc::MplsRouteHwProgrammingWatcher mplsRoutes_;
 };
 
 } // namespace VeloAgent

@@ -1,6 +1,5 @@
-// The routing configuration as the agent's clients will see it: managers that the agent has
-// constructed and mounted, called on its event loop, and the configuration found where others find
-// it, by its path.
+// The managers as the agent's clients will see them: constructed and mounted by the agent and
+// called on its event loop, over state found where others find it, by its path.
 
 #include "agent/Managers.h"
 
@@ -10,6 +9,7 @@
 #include <cstdint>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <vector>
 
 namespace VeloAgent {
 
@@ -114,6 +114,39 @@ TEST_F( MountedManagers, TellAClientOfItsMisuse ) {
       EXPECT_THROW( managers.fibOverrides().via_override_resync_complete(),
                     velo::configuration_error );
    } );
+}
+
+TEST_F( MountedManagers, TellAClientOfMplsRoutesOverNamedGroupsWhileItWatches ) {
+   using Mpls::Hardware::Route;
+   using Plink::Fib::FecId;
+   std::vector< std::uint32_t > told;
+   const auto acknowledged = [this]( std::uint32_t label, std::uint32_t group ) {
+      const Route route(
+         Mpls::RouteKey( label ),
+         Mpls::Hardware::AckInfo( FecId::nexthopGroupIdToFecId( group ), 1, 1, 0 ) );
+      onTheLoop( [&] {
+         const auto status = Quon::entityCast< Mpls::Hardware::Status >(
+            managers.entities().getEntity( "routing/hardware/mpls/status" ) );
+         status->routeIs( route.key(), route );
+      } );
+   };
+   const auto named = [this]( std::uint32_t group ) {
+      onTheLoop( [&] { managers.nexthopGroups().nexthopGroupNameIs( group, "spine" ); } );
+   };
+
+   onTheLoop( [&] {
+      managers.mplsRoutes().startWatching(
+         [&told]( const Route & route ) { told.push_back( route.key().label() ); } );
+   } );
+   named( 1 );
+   acknowledged( 16, 1 );
+   acknowledged( 17, 2 );
+   EXPECT_THAT( told, testing::ElementsAre( 16 ) );
+   named( 2 );
+   EXPECT_THAT( told, testing::ElementsAre( 16, 17 ) );
+   onTheLoop( [this] { managers.mplsRoutes().stopWatching(); } );
+   acknowledged( 18, 1 );
+   EXPECT_THAT( told, testing::ElementsAre( 16, 17 ) );
 }
 
 TEST_F( MountedManagers, AreMountedOnce ) {
