@@ -1,7 +1,5 @@
 #include "VeloSdkRpc/PbrCountersBacklog.h"
 
-#include "VeloSdkRpc/detail/ProcessBacklog.h"
-
 namespace VeloSdkRpc {
 namespace {
 
@@ -59,22 +57,27 @@ void PbrCountersBacklog::backlogDelAll() {
    for ( auto at = backlog_.iterator(); at; at.advance() ) { backlogDel( at.key() ); }
 }
 
-void PbrCountersBacklog::processItem( std::uint64_t shortKey, const PbrCounters & c ) {
+void PbrCountersBacklog::processItem( std::uint64_t, const PbrCounters & c ) {
+   const Lumo::Ptr self( this );
    const Lumo::Ptr< PbrCountersFrontend > consumer = frontend_;
-   if ( !consumer ) { return; } // Taken away during a run: what is pending is thrown away.
-   const Lumo::Ptr< PbrCountersKeyCompressionTable > table = shortKeys_;
+   const std::uint64_t key = c.shortKey();
    PbrCountersEncodingFlags flags;
-   flags.encodeLongKeyIs( table->isNovelKey( c.shortKey() ) );
+   flags.encodeLongKeyIs( shortKeys_->isNovelKey( key ) );
    flags.deleteKeyIs( c.deletedKey() );
+   const auto notTold = [this, key, novel = flags.encodeLongKey(), filings = filings_] {
+      // If everything was filed anew meanwhile, the table says what is novel now.
+      if ( novel && filings == filings_ ) { shortKeys_->novelKeyIs( key ); }
+   };
+   LUMO_TRACE( trace(), 7, "Processing short key {} with flags {}", key, flags );
+   if ( flags.encodeLongKey() && flags.deleteKey() ) {
+      LUMO_TRACE( trace(), 7, "coalesced a new key and a deleted key: ignoring" );
+      return;
+   }
+   if ( !consumer ) { return notTold(); } // Taken away during a run.
    try {
-      LUMO_TRACE( trace(), 7, "Processing short key {} with flags {}", c.shortKey(), flags );
-      if ( flags.encodeLongKey() && flags.deleteKey() ) {
-         LUMO_TRACE( trace(), 7, "coalesced a new key and a deleted key: ignoring" );
-         return;
-      }
       consumer->appendItem( c, flags );
    } catch ( ... ) {
-      if ( flags.encodeLongKey() ) { table->novelKeyIs( shortKey ); }
+      notTold();
       throw;
    }
 }

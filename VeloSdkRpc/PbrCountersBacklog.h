@@ -5,12 +5,12 @@
 #include "Oru/Oru.h"
 #include "Quon/Quon.h"
 #include "VeloSdkRpc/Export.h"
-#include "VeloSdkRpc/detail/MiBacklogProgress.h"
 #include "VeloSdkRpc/detail/PbrCounters.h"
 #include "VeloSdkRpc/detail/PbrCountersEncodingFlags.h"
 #include "VeloSdkRpc/detail/PbrCountersFrontend.h"
 #include "VeloSdkRpc/detail/PbrCountersKey.h"
 #include "VeloSdkRpc/detail/PbrCountersKeyCompressionTable.h"
+#include "VeloSdkRpc/detail/ProcessBacklog.h"
 
 namespace VeloSdkRpc {
 
@@ -83,7 +83,8 @@ class VELO_SDK_RPC_EXPORT PbrCountersBacklog final : public Quon::PublishingEnti
 
    /// Hands one record to the frontend, with its flags: `encodeLongKey` if its short key was novel,
    /// which it is not afterwards, and `deleteKey` if the record says so. A record with both is of
-   /// no use to the consumer and not handed over.
+   /// no use to the consumer and not handed over. If there is no frontend, or it throws, nobody was
+   /// told and the short key is novel again, unless everything was filed anew meanwhile.
    void processItem( std::uint64_t shortKey, const PbrCounters & c );
 
  private:

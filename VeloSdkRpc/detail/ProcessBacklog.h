@@ -35,7 +35,10 @@ class BacklogRun {
    using Key = typename Backlog::Key;
 
    BacklogRun( Backlog & backlog, Quon::Optional< Key > & bookmark )
-      : backlog_( backlog ), bookmark_( bookmark ), taken_( backlog.moveOut() ) {}
+      : backlog_( backlog ),
+        bookmark_( bookmark ),
+        taken_( backlog.moveOut() ),
+        emptied_( backlog.version() ) {}
 
    template< class ShouldYield, class Action, class Outdated >
    void process( ShouldYield && shouldYield, Action && action, Outdated && outdated ) {
@@ -53,7 +56,8 @@ class BacklogRun {
 
    /// Puts back what was not processed and completes the record of the run.
    const MiBacklogProgress & finish() {
-      if ( taken_.empty() && backlog_.empty() ) { ++progress_.passCount; }
+      const bool nothingArrived = backlog_.version() == emptied_;
+      if ( taken_.empty() && nothingArrived ) { ++progress_.passCount; }
       progress_.remainingCount = count( taken_ );
       progress_.arrivedCount = count( backlog_ );
       backlog_.mergeBack( std::move( taken_ ) );
@@ -120,6 +124,7 @@ class BacklogRun {
    Backlog & backlog_;
    Quon::Optional< Key > & bookmark_;
    Backlog taken_;
+   const std::uint64_t emptied_; ///< The version of the backlog without what is taken.
    MiBacklogProgress progress_;
 };
 
@@ -138,6 +143,16 @@ MiBacklogProgress _processBacklog( Backlog & backlog,
       throw;
    }
    return run.finish();
+}
+
+/// The same for entries that nothing makes outdated.
+template< class Backlog, class ShouldYield, class Action >
+MiBacklogProgress _processBacklog( Backlog & backlog,
+                                   Quon::Optional< typename Backlog::Key > & bookmark,
+                                   ShouldYield && shouldYield, Action && action ) {
+   return _processBacklog(
+      backlog, bookmark, shouldYield, action, [] { return false; },
+      []( const MiBacklogProgress & ) {} );
 }
 
 } // namespace QuonLumo::Impl

@@ -23,7 +23,10 @@ class NaiveBacklog {
    using Entries = std::map< Key, Value, InOrder >;
    using Progress = QuonLumo::MiBacklogProgress;
 
-   void file( const Key & key, const Value & value ) { pending.insert_or_assign( key, value ); }
+   void file( const Key & key, const Value & value ) {
+      pending.insert_or_assign( key, value );
+      arrived_ = true;
+   }
    void del( const Key & key ) { pending.erase( key ); }
 
    /// One run. What `action( key, value )` throws passes through, with everything that was not
@@ -33,6 +36,7 @@ class NaiveBacklog {
       progress = Progress();
       // Everything is taken; what is filed from here on waits.
       Entries taken = std::exchange( pending, Entries() );
+      arrived_ = false;
       bool yielded = false;
       bool again = !taken.empty();
       while ( again ) {
@@ -86,10 +90,12 @@ class NaiveBacklog {
       progress.yielded = yielded;
       progress.remainingCount = static_cast< std::uint32_t >( left.size() );
       progress.arrivedCount = static_cast< std::uint32_t >( pending.size() );
-      if ( left.empty() && pending.empty() ) { ++progress.passCount; }
+      if ( left.empty() && !arrived_ ) { ++progress.passCount; }
       pending.merge( left ); // What arrived wins.
       progress.pendingCount = static_cast< std::uint32_t >( pending.size() );
    }
+
+   bool arrived_ = false; ///< Whether anything was filed since the run began.
 };
 
 } // namespace VeloSdkRpc::test

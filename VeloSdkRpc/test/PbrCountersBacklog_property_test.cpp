@@ -246,15 +246,18 @@ class NaiveStream final : public Writer {
    }
 
    void deliver( std::uint64_t key, const PbrCounters & c ) {
-      if ( watching_ == 0 ) { return; } // Left during the run: the rest is thrown away.
       PbrCountersEncodingFlags flags;
       flags.encodeLongKeyIs( novel_.erase( key ) != 0 );
       flags.deleteKeyIs( c.deletedKey() );
       if ( flags.value() == 3 ) { return; }
+      const auto notTold = [&] {
+         if ( flags.encodeLongKey() && !outdated_ ) { novel_.insert( key ); }
+      };
+      if ( watching_ == 0 ) { return notTold(); } // Left during the run: the rest is thrown away.
       try {
          heard( watching_, c, flags );
       } catch ( ... ) {
-         if ( flags.encodeLongKey() ) { novel_.insert( key ); }
+         notTold();
          throw;
       }
    }
