@@ -8,6 +8,19 @@ namespace {
 const Lumo::String mountPath = "policyMap/counters/pbr";
 const Lumo::String mountedType = "PolicyMap::Counters::PolicyMapTypeCounters";
 
+/// What comes before a state machine is let go of. A reaction in progress may hold it: what that
+/// has begun is finished, but it hears nothing new beside its successor.
+template< class Sm >
+void hearsNoMore( const Lumo::Ptr< Sm > & machine ) {
+   if ( machine ) { machine->hasNotificationActiveIs( false ); }
+}
+
+template< class Sm >
+void letGo( Lumo::Ptr< Sm > & machine ) {
+   hearsNoMore( machine );
+   machine = nullptr;
+}
+
 /// Leaves both state machines the way they run by default.
 Ivx::SmControl smControl() {
    constexpr std::uint8_t kMachinesOwnChoice = 3;
@@ -22,7 +35,10 @@ PbrPolicyCountersMgr::PbrPolicyCountersMgr( velo::mount_mgr * mountMgr )
      backlog_( PbrCountersBacklogIs( shortKeys_ ) ),
      backlogTask_( PbrCountersBacklogTaskIs( "PbrCountersStream", backlog_ ) ) {}
 
-PbrPolicyCountersMgr::~PbrPolicyCountersMgr() = default;
+PbrPolicyCountersMgr::~PbrPolicyCountersMgr() {
+   hearsNoMore( pbrCountersBacklogSm_ );
+   hearsNoMore( compressedKeyTableSm_ );
+}
 
 void PbrPolicyCountersMgr::doMounts(
    const Lumo::Ptr< Keldb::MountGroup > &,
@@ -37,8 +53,9 @@ void PbrPolicyCountersMgr::onMountsComplete(
    if ( !sharedMemEntities->accessIsSafe() ) {
       sharedMemEntities->assertSafeToAccess( status, mountPath );
    }
+   const bool hadStatus = static_cast< bool >( root_ );
    root_ = Quon::entityCast< const PolicyMapTypeCounters >( status );
-   compressedKeyTableSm_ = nullptr; // If there is one, it watches what stood in for the status.
+   if ( !hadStatus ) { letGo( compressedKeyTableSm_ ); } // It watches what stood in for the status.
    switchFromBacklogSm();
 }
 
@@ -79,7 +96,7 @@ void PbrPolicyCountersMgr::switchAsWanted() {
 }
 
 void PbrPolicyCountersMgr::beginStreaming() {
-   compressedKeyTableSm_ = nullptr;
+   letGo( compressedKeyTableSm_ );
    backlog_->allFiledAnew(); // A consumer may call this in the middle of a run.
    try {
       pbrCountersBacklogSm_ = PbrCountersBacklogSmIs( input(), backlog_, shortKeys_, smControl() );
@@ -91,7 +108,7 @@ void PbrPolicyCountersMgr::beginStreaming() {
 }
 
 void PbrPolicyCountersMgr::beginIdling() {
-   pbrCountersBacklogSm_ = nullptr;
+   letGo( pbrCountersBacklogSm_ );
    compressedKeyTableSm_ = CompressedKeyTableSmIs( input(), shortKeys_, smControl() );
    shortKeys_->clearNovelKeys();
 }

@@ -105,6 +105,40 @@ TYPED_TEST( MachineReactionsTest, AZombieDoesNotReact ) {
    this->sm->quonDoZombieReactors( false );
 }
 
+TYPED_TEST( MachineReactionsTest, AMachineThatSomebodyElseMadeDeafIsTakenDownLikeAnyOther ) {
+   this->grow( 1, 2 );
+   this->startSynchronous();
+   const auto deaf = this->child( "p0" );
+   deaf->quonDoZombieReactors( true );
+   EXPECT_THROW( this->tree.addPolicy( "p0" ), Quon::ReinstantiatingException );
+   EXPECT_EQ( this->child( "p0" ), deaf );
+   this->tree.removePolicy( "p0" );
+   EXPECT_FALSE( this->child( "p0" ) );
+   EXPECT_FALSE( deaf->parent() );
+   EXPECT_THAT( this->known(), IsEmpty() );
+   this->grow( 1, 2 );
+   EXPECT_THAT( this->known(), SizeIs( 2 ) );
+}
+
+TYPED_TEST( MachineReactionsTest, DeletingEverythingTakesDownADeafMachineToo ) {
+   this->grow( 2, 2 );
+   this->startSynchronous();
+   this->child( "p0" )->quonDoZombieReactors( true );
+   this->sm->doDeleteAll();
+   EXPECT_FALSE( this->child( "p0" ) );
+   EXPECT_THAT( this->known(), IsEmpty() );
+}
+
+TYPED_TEST( MachineReactionsTest, OnlyTheInputScanFlagIsReactedTo ) {
+   this->startSynchronous();
+   Lumo::CapturingTraceSink traces;
+   this->sm->inputSmScanState()->idleIs( false );
+   this->sm->inputSmScanState()->idleIs( true );
+   EXPECT_THAT( traces.messages, IsEmpty() );
+   this->sm->inputSmScanState()->inputScanIs( false );
+   EXPECT_FALSE( traces.messages.empty() );
+}
+
 // The machines of the policy maps ----------------------------------------------------------------
 
 TYPED_TEST( MachineReactionsTest, TheMachineOfTheSamePolicyMapIsKept ) {

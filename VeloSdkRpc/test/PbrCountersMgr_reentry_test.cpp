@@ -194,6 +194,54 @@ TEST_F( PbrCountersMgrReentryTest, AListenerThatStopsWhileStreamingBeginsLeavesI
    EXPECT_TRUE( idle() );
 }
 
+TEST_F( PbrCountersMgrReentryTest, AMachineThatIsOnlyFinishingAnEventHearsNothingNew ) {
+   loop.runUntilIdle();
+   const auto listener =
+      Lumo::makeNode< BacklogListener >( mgr().backlog(), [this, done = false]( short ) mutable {
+         if ( std::exchange( done, true ) ) { return; }
+         mgr().stopWatching();
+         tree.addClass( "edge", "new" );
+         tree.addClass( "core", "new" );
+         tree.count( "edge", "voice", 2 );
+      } );
+   tree.count( "edge", "web", 2 );
+   EXPECT_TRUE( idle() );
+   EXPECT_NE( shortKey( "edge", "new" ), 0U );
+   EXPECT_NE( shortKey( "core", "new" ), 0U );
+   EXPECT_EQ( novel(), 0U );
+   EXPECT_EQ( pending(), 1U ); // The event that was in progress.
+   EXPECT_TRUE( mgr().backlog()->backlog()[shortKey( "edge", "web" )] );
+}
+
+TEST_F( PbrCountersMgrReentryTest, DestroyedFromInsideAnEventItsMachineHearsNothingNew ) {
+   loop.runUntilIdle();
+   const Lumo::Ptr< PbrCountersBacklog > backlog = mgr().backlog();
+   const auto listener =
+      Lumo::makeNode< BacklogListener >( backlog, [this, done = false]( short ) mutable {
+         if ( std::exchange( done, true ) ) { return; }
+         destroyMgr();
+         tree.count( "edge", "voice", 2 );
+      } );
+   tree.count( "edge", "web", 2 );
+   EXPECT_THAT( backlog->backlog(), SizeIs( 1 ) );
+}
+
+TEST_F( PbrCountersMgrReentryTest, AConsumerThatStartsAnewAndThrowsBringsBackNoNovelty ) {
+   loop.runUntilIdle();
+   const auto successor = newConsumer();
+   tree.addClass( "edge", "new" );
+   consumer->items.clear();
+   atFirstRecord( [&]( const auto & ) {
+      mgr().stopWatching();
+      mgr().startWatching( successor );
+      throw ConsumerBroke();
+   } );
+   EXPECT_THROW( loop.runUntilIdle(), ConsumerBroke );
+   EXPECT_EQ( novel(), 0U );
+   loop.runUntilIdle();
+   EXPECT_EQ( successor->contents(), tree.contents() );
+}
+
 TEST_F( PbrCountersMgrReentryTest, AListenerThatStopsWhileAPolicyMapGoesLeavesTheTableInStep ) {
    loop.runUntilIdle();
    const auto listener = Lumo::makeNode< BacklogListener >(

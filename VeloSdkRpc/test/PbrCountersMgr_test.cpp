@@ -329,22 +329,33 @@ TEST_F( PbrCountersMgrTest, TheOldMachineIsGoneBeforeTheNewOneIsMade ) {
    EXPECT_THAT( oldSeen, ElementsAre( false, false ) );
 }
 
-/// The idle machine refuses it, the streaming one passes over it.
-TEST_F( PbrCountersMgrTest, APolicyMapWithoutCountersKeepsItFromIdlingUntilItHasGone ) {
+TEST_F( PbrCountersMgrTest, APolicyMapWithoutCountersKeepsNobodyFromMountingStoppingOrFollowing ) {
    const auto consumer = newConsumer();
    tree.addClass( "edge", "web", 1 );
-   mount();
-   mgr().startWatching( consumer );
    tree.root->policyMapCountersIs( PolicyMapKey( "core" ), nullptr );
-   EXPECT_THROW( mgr().stopWatching(), Quon::NullPointerException );
-   EXPECT_FALSE( idle() || streaming() );
+   EXPECT_NO_THROW( mount() );
+   EXPECT_TRUE( idle() );
    mgr().startWatching( consumer );
-   EXPECT_TRUE( streaming() );
-   tree.removePolicy( "core" );
+   EXPECT_NO_THROW( mgr().stopWatching() );
+   EXPECT_TRUE( idle() );
    tree.addClass( "edge", "voice", 2 );
+   EXPECT_EQ( shortKey( "edge", "voice" ), 2U );
+   EXPECT_THROW( tree.root->policyMapCountersIs( PolicyMapKey( "lab" ), nullptr ),
+                 Quon::NullPointerException ); // Who makes one while idle is told.
+   mgr().startWatching( consumer );
    loop.runUntilIdle();
    EXPECT_EQ( consumer->contents(), tree.contents() );
-   mgr().stopWatching();
+}
+
+TEST_F( PbrCountersMgrTest, MountsThatAreCompletedAgainLeaveTheIdleMachineAlone ) {
+   tree.addClass( "edge", "web" );
+   mount();
+   const auto machine = mgr().compressedKeyTableSm();
+   mgr().onMountsComplete( entities, shared );
+   EXPECT_EQ( mgr().compressedKeyTableSm(), machine );
+   EXPECT_TRUE( idle() );
+   mgr().startWatching( newConsumer() );
+   mgr().onMountsComplete( entities, shared );
    EXPECT_TRUE( idle() );
 }
 

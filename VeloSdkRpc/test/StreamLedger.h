@@ -180,8 +180,8 @@ class World {
       }
    }
 
-   /// Only what is legal: an entry is replaced by another entity only after its removal, and there
-   /// is no policy map without counters while idle.
+   /// Only what is legal: an entry is replaced by another entity only after its removal. An idle
+   /// stream refuses a policy map without counters when it is made, and passes over it otherwise.
    void change( const Deed & deed ) {
       const std::string policy = "policy " + std::to_string( deed.n % kPolicies );
       const std::string name = "class " + std::to_string( deed.n / kPolicies % kClasses );
@@ -212,9 +212,7 @@ class World {
          if ( !map ) { tree_.addPolicy( policy ); }
          break;
       case Verb::addNullPolicy:
-         if ( streaming_ && !tree_.root->policyMapCounters()[PolicyMapKey( policy )] ) {
-            tree_.root->policyMapCountersIs( PolicyMapKey( policy ), nullptr );
-         }
+         if ( !tree_.root->policyMapCounters()[PolicyMapKey( policy )] ) { addNull( policy ); }
          break;
       case Verb::removePolicy:
          tree_.removePolicy( policy );
@@ -222,6 +220,14 @@ class World {
       default:
          break;
       }
+   }
+
+   void addNull( const std::string & policy ) {
+      bool refused = false;
+      try {
+         tree_.root->policyMapCountersIs( PolicyMapKey( policy ), nullptr );
+      } catch ( const Quon::NullPointerException & ) { refused = true; }
+      require( refused == static_cast< bool >( mgr_.compressedKeyTableSm() ) );
    }
 
    void start( const Lumo::Ptr< Client > & client ) {
@@ -248,10 +254,6 @@ class World {
    }
 
    void stop() {
-      for ( unsigned n = 0; n < kPolicies; ++n ) {
-         const std::string policy = "policy " + std::to_string( n );
-         if ( !tree_.policyMap( policy ) ) { tree_.removePolicy( policy ); }
-      }
       if ( streaming_ ) { passedOver_.merge( std::exchange( novel_, {} ) ); }
       streaming_ = false;
       mgr_.stopWatching();
@@ -336,7 +338,7 @@ class World {
       try {
          whim();
       } catch ( ... ) {
-         if ( novel ) { novel_.insert( key ); }
+         if ( novel && starts == starts_ ) { novel_.insert( key ); }
          // It is pending again, unless there is something newer.
          if ( starts == starts_ && owed_.insert( key ).second && !record.deletedKey() ) {
             promised_.insert( key );
