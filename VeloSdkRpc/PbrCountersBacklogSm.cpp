@@ -10,7 +10,19 @@ PbrCountersBacklogSm::PbrCountersBacklogSm(
    handleInitialized();
 }
 
-PbrCountersBacklogSm::~PbrCountersBacklogSm() { tearDown(); }
+/// `shortKeys`, `backlog` and `root` follow, as members do.
+PbrCountersBacklogSm::~PbrCountersBacklogSm() {
+   reactionsEnd();
+   qtHandleDel();
+   schedulerIs( nullptr );
+   shortKeysNovelKeyOutputReconciliationTaskDel();
+   shortKeysNovelKeyOutputSeenDelAll();
+   backlogBacklogOutputReconciliationTaskDel();
+   backlogBacklogOutputSeenDelAll();
+   rootSm0Del();
+   outputStateDel();
+   inputSmScanStateDel();
+}
 
 const Quon::TypeData & PbrCountersBacklogSm::typeData() const {
    static constexpr std::string_view kAttributes[] = { "root",
@@ -29,10 +41,24 @@ const Quon::TypeData & PbrCountersBacklogSm::typeData() const {
                                                        "backlogBacklogOutputUseBookmark",
                                                        "shortKeysNovelKeyOutputReconciling",
                                                        "shortKeysNovelKeyOutputUseBookmark",
+                                                       "handleBacklogBacklogOutputInputReady",
+                                                       "handleShortKeysNovelKeyOutputInputReady",
+                                                       "handleShortKeysNextKeyOutputInputReady",
+                                                       "handleShortKeysShortKeyOutputInputReady",
+                                                       "doDeleteAll",
                                                        "ilexControl",
+                                                       "scheduler",
+                                                       "taskName",
+                                                       "taskPriority",
                                                        "synchronous",
+                                                       "defaultSynchronous",
+                                                       "priority",
+                                                       "idle",
+                                                       "ready",
                                                        "initialScanDone",
-                                                       "initialized" };
+                                                       "handleInitialScanDone",
+                                                       "initialized",
+                                                       "handleInitialized" };
    static constexpr Quon::TypeData kType{ "VeloSdkRpc::PbrCountersBacklogSm", kAttributes };
    return kType;
 }
@@ -80,15 +106,13 @@ void PbrCountersBacklogSm::handleOutputs() {
 }
 
 void PbrCountersBacklogSm::handleShortKeysNextKeyOutputInputReady() {
-   outputReadyWhenScanned(
-      "shortKeysNextKeyOutput", [this] { return outputState()->shortKeysNextKeyOutputReady(); },
-      [this] { outputState()->shortKeysNextKeyOutputReadyIs( true ); } );
+   outputReadyWhenScanned( "shortKeysNextKeyOutput", &OutputState::shortKeysNextKeyOutputReady,
+                           &OutputState::shortKeysNextKeyOutputReadyIs );
 }
 
 void PbrCountersBacklogSm::handleShortKeysShortKeyOutputInputReady() {
-   outputReadyWhenScanned(
-      "shortKeysShortKeyOutput", [this] { return outputState()->shortKeysShortKeyOutputReady(); },
-      [this] { outputState()->shortKeysShortKeyOutputReadyIs( true ); } );
+   outputReadyWhenScanned( "shortKeysShortKeyOutput", &OutputState::shortKeysShortKeyOutputReady,
+                           &OutputState::shortKeysShortKeyOutputReadyIs );
 }
 
 void PbrCountersBacklogSm::handleBacklogBacklogOutputInputReady() {
@@ -96,8 +120,7 @@ void PbrCountersBacklogSm::handleBacklogBacklogOutputInputReady() {
       "backlogBacklogOutput", backlogOutput_, backlog_->backlog(),
       [this]( std::uint64_t k ) { backlog_->backlogDel( k ); },
       [this] { backlogBacklogOutputReconciliationTaskDel(); },
-      [this] { return outputState()->backlogBacklogOutputReady(); },
-      [this] { outputState()->backlogBacklogOutputReadyIs( true ); } );
+      &OutputState::backlogBacklogOutputReady, &OutputState::backlogBacklogOutputReadyIs );
 }
 
 void PbrCountersBacklogSm::handleShortKeysNovelKeyOutputInputReady() {
@@ -105,29 +128,27 @@ void PbrCountersBacklogSm::handleShortKeysNovelKeyOutputInputReady() {
       "shortKeysNovelKeyOutput", novelKeyOutput_, shortKeys_->novelKey(),
       [this]( std::uint64_t k ) { shortKeys_->novelKeyDel( k ); },
       [this] { shortKeysNovelKeyOutputReconciliationTaskDel(); },
-      [this] { return outputState()->shortKeysNovelKeyOutputReady(); },
-      [this] { outputState()->shortKeysNovelKeyOutputReadyIs( true ); } );
+      &OutputState::shortKeysNovelKeyOutputReady, &OutputState::shortKeysNovelKeyOutputReadyIs );
 }
 
-template< class Reconciled, class Collection, class Del, class TaskDel, class Ready, class ReadyIs >
+template< class Reconciled, class Collection, class Del, class TaskDel >
 void PbrCountersBacklogSm::outputReconciled( const char * name, Reconciled & output,
                                              const Collection & collection, Del && del,
-                                             TaskDel && taskDel, Ready && isReady,
-                                             ReadyIs && readyIs ) {
+                                             TaskDel && taskDel, IsReady isReady,
+                                             ReadyIs readyIs ) {
    if ( !initialized() ) { return; }
    const Lumo::Ptr self( this );
-   LUMO_TRACE( traceHandle(), 9, "{}", name );
-   if ( isReady() ) {
-      LUMO_TRACE( traceHandle(), 9, " already ready, not reconciling." );
-      return;
-   }
-   if ( !scansComplete( name ) ) { return; }
+   if ( !outputIsDue( name, isReady ) ) { return; }
    detail::FirstException broken;
    if ( output.reconciling() ) {
       auto run = output.deletionScan( collection, synchronous(), del );
       broken = run.broken;
       if ( output.task() ) { output.task()->taskWorkCountInc( run.items ); }
-      if ( !run.done ) {
+      if ( run.end == run.overtaken ) {
+         broken.rethrow();
+         return;
+      }
+      if ( run.end == run.yielded ) {
          LUMO_TRACE( traceHandle(), 9,
                      "Yielding in reconciliation processing after processing {} items, including "
                      "{} deletions .",
@@ -143,7 +164,7 @@ void PbrCountersBacklogSm::outputReconciled( const char * name, Reconciled & out
       taskDel();
    }
    output.reconciled();
-   if ( !isReady() ) { readyIs(); }
+   outputReadyIs( readyIs );
    broken.rethrow();
 }
 

@@ -31,6 +31,7 @@ class VELO_SDK_RPC_EXPORT PbrCountersBacklogSm final
 
  public:
    using RootSm0 = IlexCode::PbrCountersBacklogSm::RootSm0;
+   using OutputState = IlexCode::PbrCountersBacklogSm::OutputState;
    using BacklogBacklogOutputKeyType = IlexCode::PbrCountersBacklogSm::BacklogBacklogOutputKeyType;
    using ShortKeysNovelKeyOutputKeyType =
       IlexCode::PbrCountersBacklogSm::ShortKeysNovelKeyOutputKeyType;
@@ -83,6 +84,10 @@ class VELO_SDK_RPC_EXPORT PbrCountersBacklogSm final
                               const PbrCountersKey & countersKey, const ShortKey & currentKey );
    void eventToIvx_pipeline5( const std::uint64_t & key, const CountersValue & countersValue,
                               const PbrCountersKey & countersKey );
+
+   /// The last step of every rule: files `value` under `key`, which must be its own short key, or
+   /// withdraws what is pending there if `value` is null. No rule withdraws anything today.
+   void writeBacklog( std::uint64_t key, const PbrCounters * value );
    /// @}
 
    /// @name The common event
@@ -178,13 +183,11 @@ class VELO_SDK_RPC_EXPORT PbrCountersBacklogSm final
                            const void * );
 
    bool isCommon( const detail::ShortKeyMemo & memo ) const;
-   void writeBacklog( std::uint64_t key, const PbrCounters * value );
 
    /// The common shape of the two reconciled outputs' handlers.
-   template< class Reconciled, class Collection, class Del, class TaskDel, class Ready,
-             class ReadyIs >
+   template< class Reconciled, class Collection, class Del, class TaskDel >
    void outputReconciled( const char * name, Reconciled & output, const Collection & collection,
-                          Del && del, TaskDel && taskDel, Ready && isReady, ReadyIs && readyIs );
+                          Del && del, TaskDel && taskDel, IsReady isReady, ReadyIs readyIs );
 
    const Lumo::Ptr< PbrCountersBacklog > backlog_;
    const Lumo::Ptr< PbrCountersKeyCompressionTable > shortKeys_;

@@ -20,6 +20,7 @@ const Quon::TypeData & PolicyMapCountersSm4::typeData() const {
 }
 
 void PolicyMapCountersSm4::handleClassCounters0( const Lumo::String & name ) {
+   if ( !attached() ) { return; }
    LUMO_TRACE( traceHandle(), 8, "k: {}", name );
    const auto * entry = en()->classCounters()[name];
    const Counters countersPtr( entry ? entry->value() : nullptr );

@@ -13,7 +13,13 @@ CompressedKeyTableSm::CompressedKeyTableSm(
    handleInitialized();
 }
 
-CompressedKeyTableSm::~CompressedKeyTableSm() { tearDown(); }
+CompressedKeyTableSm::~CompressedKeyTableSm() {
+   reactionsEnd();
+   inputSmScanStateDel();
+   outputStateDel();
+   rootSm3Del();
+   qtHandleDel();
+}
 
 const Quon::TypeData & CompressedKeyTableSm::typeData() const {
    static constexpr std::string_view kAttributes[] = { "root",
@@ -89,15 +95,13 @@ void CompressedKeyTableSm::handleOutputs() {
 }
 
 void CompressedKeyTableSm::handleShortKeysShortKeyOutputInputReady() {
-   outputReadyWhenScanned(
-      "shortKeysShortKeyOutput", [this] { return outputState()->shortKeysShortKeyOutputReady(); },
-      [this] { outputState()->shortKeysShortKeyOutputReadyIs( true ); } );
+   outputReadyWhenScanned( "shortKeysShortKeyOutput", &OutputState::shortKeysShortKeyOutputReady,
+                           &OutputState::shortKeysShortKeyOutputReadyIs );
 }
 
 void CompressedKeyTableSm::handleShortKeysNextKeyOutputInputReady() {
-   outputReadyWhenScanned(
-      "shortKeysNextKeyOutput", [this] { return outputState()->shortKeysNextKeyOutputReady(); },
-      [this] { outputState()->shortKeysNextKeyOutputReadyIs( true ); } );
+   outputReadyWhenScanned( "shortKeysNextKeyOutput", &OutputState::shortKeysNextKeyOutputReady,
+                           &OutputState::shortKeysNextKeyOutputReadyIs );
 }
 
 Lumo::Ptr< CompressedKeyTableSm > compressedKeyTableSmFactory(

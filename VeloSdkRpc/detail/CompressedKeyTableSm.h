@@ -94,6 +94,7 @@ class VELO_SDK_RPC_EXPORT CompressedKeyTableSm final
 
  public:
    using RootSm3 = IlexCode::CompressedKeyTableSm::RootSm3;
+   using OutputState = IlexCode::CompressedKeyTableSm::OutputState;
    using CountersPtr = Lumo::Ptr< const PolicyMap::Counters::CountersData >;
 
    static constexpr const char * kName = "CompressedKeyTableSm";

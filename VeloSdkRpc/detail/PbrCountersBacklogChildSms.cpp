@@ -7,7 +7,7 @@ using PolicyMap::Counters::CountersData;
 // One class ---------------------------------------------------------------------------------------
 
 ClassCountersSm2::ClassCountersSm2( const EnPtr & en, PolicyMapCountersSm1 * parent )
-   : WatchingSm( en, parent ) {}
+   : ClassSm2Base( en, parent ) {}
 
 ClassCountersSm2::~ClassCountersSm2() = default;
 
@@ -25,24 +25,24 @@ void ClassCountersSm2::doInputScan() {
 }
 
 void ClassCountersSm2::doInputScan0() {
-   if ( !initialized() || !attached() || inputScanComplete0() ) { return; }
-   const bool initial = !initialScanDone();
-   inputScanState0_ =
-      initial ? detail::InputScanState::initialPassComplete : detail::InputScanState::complete;
+   if ( !detail::scanIsDue( *this ) ) { return; }
+   assertEn();
+   const detail::InputScanState ended = detail::stateAfterPass( initialScanDone() );
+   inputScanState0_ = ended;
    handleCountData0();
    if ( !attached() ) { return; }
    LUMO_TRACE( traceHandle(), 9, "{} scan complete. ",
-               initial ? "ClassCountersSm2 initial" : "ClassCountersSm2" );
+               detail::passName( "ClassCountersSm2", ended ) );
 }
 
 bool ClassCountersSm2::inputScanComplete0() const {
-   return inputScanState0_ == detail::InputScanState::complete ||
-          ( inputScanState0_ == detail::InputScanState::initialPassComplete && !initialScanDone() );
+   return detail::scanIsComplete( inputScanState0_, initialScanDone() );
 }
 
 void ClassCountersSm2::handleCountData0() {
-   const CountersValue countersValue = en() ? CountersValue( en() ) : CountersValue();
-   parent()->onChildEvent0( en()->name(), countersValue, &shortKeyMemo_ );
+   if ( !attached() ) { return; }
+   assertEn();
+   parent()->onChildEvent0( en()->name(), CountersValue( en() ), &shortKeyMemo_ );
 }
 
 void ClassCountersSm2::handleCountData0Reactor() {
@@ -68,18 +68,9 @@ void ClassCountersSm2::enDispatch( short attributeId, const void * ) {
 void ClassCountersSm2::doDeleteAll() {
    if ( !attached() ) { return; }
    LUMO_TRACE( traceHandle(), 9, "doDeleteAll" );
+   assertEn();
    parent()->onChildEvent0( en()->name(), CountersValue() );
 }
-
-RootSm0 * ClassCountersSm2::root() const { return parent() ? parent()->root() : nullptr; }
-
-Lumo::Ptr< VeloSdkRpc::PbrCountersBacklogSm > ClassCountersSm2::topLevel() const {
-   return parent() ? parent()->topLevel() : nullptr;
-}
-
-bool ClassCountersSm2::shouldYield0() const { return parent() && parent()->shouldYield0(); }
-
-bool ClassCountersSm2::inTask0() const { return parent() && parent()->inTask0(); }
 
 // One policy map ----------------------------------------------------------------------------------
 

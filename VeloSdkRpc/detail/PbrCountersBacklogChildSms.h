@@ -14,16 +14,20 @@ class PbrCountersBacklogSm;
 
 namespace IlexCode::PbrCountersBacklogSm {
 
+class ClassCountersSm2;
 class PolicyMapCountersSm1;
 class RootSm0;
 
 using CountersValue = Quon::Optional< Lumo::Ptr< const PolicyMap::Counters::CountersData > >;
 
+using ClassSm2Base =
+   detail::BelowRootSm< RootSm0, VeloSdkRpc::PbrCountersBacklogSm,
+                        detail::WatchingSm< ClassCountersSm2, PolicyMapCountersSm1,
+                                            PolicyMap::Counters::CountersData > >;
+
 /// One class: every change of its counters is an event, and so is its end. There is one for every
 /// live class, so it is kept small.
-class VELO_SDK_RPC_EXPORT ClassCountersSm2 final
-   : public detail::WatchingSm< ClassCountersSm2, PolicyMapCountersSm1,
-                                PolicyMap::Counters::CountersData > {
+class VELO_SDK_RPC_EXPORT ClassCountersSm2 final : public ClassSm2Base {
  public:
    ClassCountersSm2( const EnPtr & en, PolicyMapCountersSm1 * parent );
    ~ClassCountersSm2() override;
@@ -33,6 +37,7 @@ class VELO_SDK_RPC_EXPORT ClassCountersSm2 final
 
    /// The whole scan of this level: its one leaf.
    void doInputScan0();
+   detail::InputScanState inputScanState0() const { return inputScanState0_; }
    bool inputScanComplete0() const;
 
    void handleCountData0();
@@ -42,11 +47,6 @@ class VELO_SDK_RPC_EXPORT ClassCountersSm2 final
 
    /// Tells that the class is gone.
    void doDeleteAll();
-
-   RootSm0 * root() const;
-   Lumo::Ptr< VeloSdkRpc::PbrCountersBacklogSm > topLevel() const;
-   bool shouldYield0() const;
-   bool inTask0() const;
 
  private:
    bool recordPending() const;

@@ -144,7 +144,6 @@ void PbrCountersBacklogSm::eventToIvx_pipeline2( const std::uint64_t & key, cons
    writeBacklog( key, &value );
 }
 
-/// `value` null withdraws the record; no rule does so today.
 void PbrCountersBacklogSm::writeBacklog( std::uint64_t key, const PbrCounters * value ) {
    if ( backlogBacklogOutputReconciling() ) {
       backlogBacklogOutputSeenIs( BacklogBacklogOutputKeyType( key ) );

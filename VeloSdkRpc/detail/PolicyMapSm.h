@@ -1,6 +1,7 @@
 #pragma once
 
 #include "PolicyMap/PolicyMap.h"
+#include "VeloSdkRpc/detail/BelowRootSm.h"
 #include "VeloSdkRpc/detail/ScanningSm.h"
 
 namespace VeloSdkRpc::detail {
@@ -12,24 +13,13 @@ namespace VeloSdkRpc::detail {
 ///   bool classScanned( name, broken )       one item of the scan; false if the scan below stopped
 ///   void handleClassCounters0( name )       one change of `classCounters`
 template< class Derived, class Root, class TopLevel, class Base >
-class PolicyMapSm : public Base {
+class PolicyMapSm : public BelowRootSm< Root, TopLevel, Base > {
+   using BelowRoot = BelowRootSm< Root, TopLevel, Base >;
+
  public:
    using PolicyMapCounters = PolicyMap::Counters::PolicyMapCounters;
 
    const PolicyMap::Counters::PolicyMapKey & smKey() const { return this->en()->key(); }
-   Root * root() const { return this->parent(); }
-   Lumo::Ptr< TopLevel > topLevel() const { return root() ? root()->topLevel() : nullptr; }
-
-   /// This level has no task of its own: the root's decides.
-   bool shouldYield0() const { return root() && root()->shouldYield0(); }
-   bool inTask0() const { return root() && root()->inTask0(); }
-
-   /// The whole tree shares the root's in-reactor flag.
-   Lumo::Ptr< Root > inReactorOwner() { return Lumo::Ptr< Root >( root() ); }
-   void inReactorIs( bool inReactor ) override {
-      if ( Root * const shared = root() ) { shared->inReactorIs( inReactor ); }
-   }
-   bool inReactor() const override { return root() && root()->inReactor(); }
 
    void doInputScan() override {
       if ( !this->initialized() || !this->attached() ) { return; }
@@ -41,14 +31,16 @@ class PolicyMapSm : public Base {
    void doInputScan0() {
       if ( !this->sliceBegins() ) { return; }
       const Lumo::Ptr< Derived > self( &derived() );
+      if ( this->inputScanState0() != InputScanState::yielded ) { itemsOfPass_ = 0; }
       auto slice = this->scanSlice( input(), [this]( const Lumo::String & name, auto & broken ) {
          return derived().classScanned( name, broken );
       } );
+      itemsOfPass_ += slice.iterations;
       classCountersSize_ = input().size();
       if ( !slice.yielded && this->attached() ) {
          const std::string pass = this->passEnds( Derived::kName );
          LUMO_TRACE( this->traceHandle(), 9, "{} scan complete. Processed {} children. ", pass,
-                     slice.iterations );
+                     itemsOfPass_ );
       }
       slice.broken.rethrow();
    }
@@ -67,11 +59,10 @@ class PolicyMapSm : public Base {
 
    // What the scan and the level below are made of.
    const auto & input() const { return this->en()->classCounters(); }
-   bool inputScanFlag() const { return this->attached() && root()->inputScanFlag(); }
    const PolicyMap::Counters::PolicyMapKey & yieldName() const { return smKey(); }
 
  protected:
-   using Base::Base;
+   using BelowRoot::BelowRoot;
 
    /// The size of `classCounters` as last seen, by a scan or a notification.
    std::size_t classCountersSize() const { return classCountersSize_; }
@@ -80,6 +71,7 @@ class PolicyMapSm : public Base {
    Derived & derived() { return static_cast< Derived & >( *this ); }
 
    std::size_t classCountersSize_ = 0;
+   std::size_t itemsOfPass_ = 0; ///< Over all slices of the pass so far.
 };
 
 } // namespace VeloSdkRpc::detail

@@ -41,8 +41,9 @@ class ReconciledOutput {
    /// Makes the task and subscribes `onRun` to its runs.
    void taskIs( const Lumo::Ptr< Oru::TaskScheduler > & scheduler, Oru::TaskPriority priority,
                 const Lumo::String & name, Lumo::Subscriber & onRun ) {
-      taskDel( onRun );
-      task_ = Lumo::makeNode< Oru::Task >( scheduler, priority, name );
+      const auto made = Lumo::makeNode< Oru::Task >( scheduler, priority, name );
+      taskDel( onRun ); // Only now: the arguments may be its own.
+      task_ = made;
       task_->publisher()->subscriberAdd( onRun );
    }
    /// Legal from inside the task's own run.
@@ -51,16 +52,18 @@ class ReconciledOutput {
       task_ = nullptr;
    }
 
-   /// What one run of the deletion scan did.
+   /// What one run of the deletion scan did, and how it ended.
    struct Run {
       std::size_t items = 0;
       std::size_t deletions = 0;
-      bool done = false;
+      enum { done, yielded, overtaken } end = done;
       FirstException broken; ///< To be rethrown when the run has been accounted for.
    };
 
    /// Walks `output` from the bookmark and calls `del( key )` for every key that was not seen,
-   /// until the end or, unless `synchronous`, until the task is to go on. O(entries walked).
+   /// until the end or, unless `synchronous`, until the task is to go on. Whoever hears of a
+   /// deletion may cause another run; if that one gets to the end, this one is overtaken and stops.
+   /// O(entries walked).
    template< class Output, class Del >
    Run deletionScan( const Output & output, bool synchronous, Del && del ) {
       Run run;
@@ -70,17 +73,21 @@ class ReconciledOutput {
          if ( !seen_[SeenKey( key )] ) {
             run.broken.guard( [&] { del( key ); } );
             ++run.deletions;
+            if ( !reconciling_ ) {
+               run.end = Run::overtaken;
+               return run;
+            }
          }
          ++run.items;
          at.advance();
          if ( at && !synchronous && task_ &&
               ( !task_->taskCurrentlyRunning() || task_->taskShouldYield() ) ) {
             bookmark_ = at.key();
+            run.end = Run::yielded;
             return run;
          }
       }
       bookmark_.reset();
-      run.done = true;
       return run;
    }
 

@@ -26,6 +26,7 @@ class RootSm : public ParentSm< Derived, TopLevel, PolicyMap::Counters::PolicyMa
    Lumo::Ptr< TopLevel > topLevel() const { return Lumo::Ptr< TopLevel >( this->parent() ); }
 
    void hasNotificationActiveIs( bool active ) {
+      if ( active == this->hasNotificationActive() ) { return; }
       Base::hasNotificationActiveIs( active );
       if ( task0_ ) { Lumo::subscriptionIs( task0_->publisher(), onRun_, active ); }
    }
@@ -46,8 +47,9 @@ class RootSm : public ParentSm< Derived, TopLevel, PolicyMap::Counters::PolicyMa
            task0_->taskName() == name ) {
          return;
       }
-      task0Del();
-      task0_ = Lumo::makeNode< Oru::Task >( scheduler, priority, name );
+      const auto made = Lumo::makeNode< Oru::Task >( scheduler, priority, name );
+      task0Del(); // Only now: the arguments may be its own.
+      task0_ = made;
       Lumo::subscriptionIs( task0_->publisher(), onRun_, true );
       doInputScan0();
    }
@@ -139,7 +141,7 @@ class RootSm : public ParentSm< Derived, TopLevel, PolicyMap::Counters::PolicyMa
 
    // What the levels below this one are made of.
    const auto & input() const { return this->en()->policyMapCounters(); }
-   bool inputScanFlag() const { return this->parent()->inputSmScanState()->inputScan(); }
+   bool inputScanFlag() const { return this->parent()->inputScan(); }
    const char * yieldName() const { return ""; }
 
  protected:
@@ -156,7 +158,7 @@ class RootSm : public ParentSm< Derived, TopLevel, PolicyMap::Counters::PolicyMa
    void passFinished() {
       const std::string pass = this->passEnds( Derived::kName );
       if ( this->initialScanDone() ) { task0Del(); }
-      this->parent()->inputSmScanState()->inputScanIs( true );
+      if ( const auto state = this->parent()->inputSmScanState() ) { state->inputScanIs( true ); }
       if ( this->attached() ) {
          LUMO_TRACE( this->traceHandle(), 9, "{} scan, and parent scan, complete.", pass );
       }

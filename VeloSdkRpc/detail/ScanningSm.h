@@ -1,21 +1,13 @@
 #pragma once
 
 #include <cstddef>
-#include <cstdint>
 #include <string>
 
 #include "VeloSdkRpc/detail/FirstException.h"
+#include "VeloSdkRpc/detail/InputScan.h"
 #include "VeloSdkRpc/detail/WatchingSm.h"
 
 namespace VeloSdkRpc::detail {
-
-/// Where the scan of a child state machine is. The numbers appear in traces and debuggers.
-enum class InputScanState : std::uint8_t {
-   neverScanned = 0,
-   yielded = 1,             ///< Resume at the bookmark.
-   complete = 2,            ///< A pass has ended while events count.
-   initialPassComplete = 3, ///< The first pass has ended; complete as long as events do not count.
-};
 
 /// A child state machine that scans one keyed collection of its entity, in slices.
 ///
@@ -39,9 +31,7 @@ class ScanningSm : public WatchingSm< Derived, Parent, En > {
 
    /// Whether there is nothing left to scan for now.
    bool inputScanComplete0() const {
-      return inputScanState0_ == InputScanState::complete ||
-             ( inputScanState0_ == InputScanState::initialPassComplete &&
-               !this->initialScanDone() );
+      return scanIsComplete( inputScanState0_, this->initialScanDone() );
    }
 
  protected:
@@ -55,16 +45,9 @@ class ScanningSm : public WatchingSm< Derived, Parent, En > {
       FirstException broken;
    };
 
-   /// Whether a slice has anything to do: the machine has started and the pass is not complete.
    bool sliceBegins() {
-      if ( !this->initialized() || !this->attached() ) { return false; }
-      LUMO_TRACE( this->traceHandle(), 9, " scan complete: {} resumed: {} scan: {}",
-                  inputScanComplete0(), inputScanState0_ == InputScanState::yielded,
-                  derived().inputScanFlag() );
-      if ( inputScanComplete0() ) { return false; }
-      const auto en = [this]() -> const auto & { return this->en(); };
-      LUMO_ASSERT( en() &&
-                   "Sm args can only be null if marked as Optional in the SM type declaration" );
+      if ( !scanIsDue( derived() ) ) { return false; }
+      this->assertEn();
       return true;
    }
 
@@ -101,9 +84,8 @@ class ScanningSm : public WatchingSm< Derived, Parent, En > {
 
    /// Ends a pass; returns the name to trace it by.
    std::string passEnds( std::string_view name ) {
-      const bool initial = !this->initialScanDone();
-      inputScanState0_ = initial ? InputScanState::initialPassComplete : InputScanState::complete;
-      return std::string( name ) + ( initial ? " initial" : "" );
+      inputScanState0_ = stateAfterPass( this->initialScanDone() );
+      return passName( name, inputScanState0_ );
    }
 
  private:

@@ -28,14 +28,17 @@ namespace VeloSdkRpc::detail {
 ///
 /// Owner      whoever made it; an event in progress holds it until it is over
 /// Thread     event loop only
-/// Start      Derived calls `handleInitialized` last in its constructor and `tearDown` first in its
-///            destructor: nothing virtual leaves this base
+/// Start      Derived calls `handleInitialized` last in its constructor: nothing virtual leaves
+///            this base
+/// End        Derived calls `reactionsEnd` first in its destructor and then lets go of everything
+/// in
+///            its own order
 template< class Derived, class Root, class ScanState, class Output >
 class TopLevelSm : public Quon::PublishingEntity {
  public:
    using PolicyMapTypeCounters = PolicyMap::Counters::PolicyMapTypeCounters;
 
-   static constexpr bool defaultSynchronous = true;
+   static constexpr bool defaultSynchronous() { return true; }
 
    /// Enters or leaves the zombie state, in which no reaction runs.
    virtual void quonDoZombieReactors( bool zombie ) { nodeFlagSet( Flag::zombie, zombie ); }
@@ -55,6 +58,8 @@ class TopLevelSm : public Quon::PublishingEntity {
       onScanState_.unlink();
       inputSmScanState_ = nullptr;
    }
+   /// Whether a pass has ended and nothing was made of that yet; false without a record.
+   bool inputScan() const { return inputSmScanState_ && inputSmScanState_->inputScan(); }
 
    const Lumo::Ptr< Output > & outputState() const { return outputState_; }
    void outputStateIs() { outputState_ = Lumo::makeNode< Output >(); }
@@ -71,14 +76,20 @@ class TopLevelSm : public Quon::PublishingEntity {
    }
    Oru::TaskPriority priority() const { return ilexControl_.priority(); }
    void priorityIs( Oru::TaskPriority priority ) { ilexControl_.priorityIs( priority ); }
+   Oru::TaskPriority taskPriority() const { return priority(); }
+   /// Names the trace handle; the tasks have names of their own.
+   const Lumo::String & taskName() const { return ilexControl_.traceHandleName(); }
 
    /// Whether it is in being: set up and not torn down.
    bool attached() const { return static_cast< bool >( qtHandle_ ); }
 
    /// The handle that it and all its machines trace through. Only while attached.
    const Zaptrace::TraceHandle & traceHandle() const { return *qtHandle_; }
+   const Lumo::Ptr< Zaptrace::TraceHandle > & qtHandle() const { return qtHandle_; }
+   /// Null: the process-wide default handle.
    void qtHandleIs( Zaptrace::TraceHandle * handle ) {
-      qtHandle_ = Lumo::Ptr< Zaptrace::TraceHandle >( handle );
+      qtHandle_ =
+         handle ? Lumo::Ptr< Zaptrace::TraceHandle >( handle ) : Ivx::SmControl().traceHandle();
    }
    /// @}
 
@@ -136,7 +147,7 @@ class TopLevelSm : public Quon::PublishingEntity {
    /// Ends the first pass and starts the second, once.
    void handleInitialScanDone() {
       if ( initialScanDone_ ) { return; }
-      if ( !inputSmScanState_ || !inputSmScanState_->inputScan() ) {
+      if ( !inputScan() ) {
          LUMO_TRACE( traceHandle(), 9, " input scan is false" );
          return;
       }
@@ -170,47 +181,48 @@ class TopLevelSm : public Quon::PublishingEntity {
    /// Makes the root machine, which starts the first pass, and makes it listen. It is in its place
    /// only then: a pass that ends meanwhile waits for that.
    void rootSmIs( const Lumo::Ptr< const PolicyMapTypeCounters > & en, Derived * parent ) {
+      const Lumo::Ptr< const PolicyMapTypeCounters > watched = en; // It may be the old machine's.
       rootSmDel();
-      const auto made = Lumo::makeNode< Root >( en, parent );
+      const auto made = Lumo::makeNode< Root >( watched, parent );
       made->handleInitialized();
       made->hasNotificationActiveIs( true );
       rootSm_ = made;
    }
    void rootSmDel() {
-      if ( !rootSm_ ) { return; }
       const Lumo::Ptr< Root > gone = std::exchange( rootSm_, nullptr );
-      gone->hasNotificationActiveIs( false );
-      gone->quonDoZombieReactors( true );
-      gone->parentIs( nullptr );
+      if ( gone ) { detach( *gone ); }
    }
 
-   /// The first half of destruction: nothing reacts any more and the companions are let go.
-   void tearDown() {
+   /// Destruction begins: nothing reacts any more, though everything is still there.
+   void reactionsEnd() {
       hasNotificationActiveIs( false );
+      onScanState_.unlink();
       derived().quonDoZombieReactors( true );
-      inputSmScanStateDel();
-      outputStateDel();
-      rootSmDel();
-      qtHandle_ = nullptr;
+      if ( rootSm_ ) { detach( *rootSm_ ); }
    }
+   void qtHandleDel() { qtHandle_ = nullptr; }
+
+   /// How the handlers see the flag of their output: `&Output::xReady` and `&Output::xReadyIs`.
+   using IsReady = bool ( Output::* )() const;
+   using ReadyIs = void ( Output::* )( bool );
 
    /// One output that needs no reconciliation becomes ready: the shape of its handler.
    /// `output` is the name of the output.
-   template< class Ready, class ReadyIs >
-   void outputReadyWhenScanned( const char * output, Ready && isReady, ReadyIs && readyIs ) {
-      LUMO_TRACE( traceHandle(), 9, "{}", output );
-      if ( isReady() ) {
-         LUMO_TRACE( traceHandle(), 9, " already ready, not reconciling." );
-         return;
-      }
-      if ( !scansComplete( output ) ) { return; }
-      readyIs();
+   void outputReadyWhenScanned( const char * output, IsReady isReady, ReadyIs readyIs ) {
+      if ( outputIsDue( output, isReady ) ) { outputReadyIs( readyIs ); }
    }
 
-   /// Whether the scans are complete as far as an output is concerned; starts the second pass when
-   /// it is due (the handlers are called again when that is done).
-   bool scansComplete( const char * output ) {
-      if ( !inputSmScanState_->inputScan() ) { return false; }
+   /// Whether an output is to become ready now: it is not yet, and the scans are complete as far as
+   /// it is concerned. Starts the second pass when that is due; the handlers are called again when
+   /// it is done.
+   bool outputIsDue( const char * output, IsReady isReady ) {
+      if ( !outputState_ ) { return false; }
+      LUMO_TRACE( traceHandle(), 9, "{}", output );
+      if ( ( *outputState_.*isReady )() ) {
+         LUMO_TRACE( traceHandle(), 9, " already ready, not reconciling." );
+         return false;
+      }
+      if ( !inputScan() ) { return false; }
       if ( !initialScanDone_ ) {
          handleInitialScanDone();
          return false;
@@ -219,8 +231,18 @@ class TopLevelSm : public Quon::PublishingEntity {
       return true;
    }
 
+   void outputReadyIs( ReadyIs readyIs ) {
+      if ( outputState_ ) { ( *outputState_.*readyIs )( true ); }
+   }
+
  private:
    Derived & derived() { return static_cast< Derived & >( *this ); }
+
+   static void detach( Root & root ) {
+      root.hasNotificationActiveIs( false );
+      root.quonDoZombieReactors( true );
+      root.parentIs( nullptr );
+   }
 
    void inputSmScanStateDispatch( Lumo::Publisher *, Lumo::Subscriber *, short attributeId,
                                   const void *, const void * ) {
@@ -236,7 +258,7 @@ class TopLevelSm : public Quon::PublishingEntity {
    Lumo::Ptr< Root > rootSm_;
    Ivx::SmControl ilexControl_;
    Lumo::Ptr< Zaptrace::TraceHandle > qtHandle_;
-   bool synchronous_ = defaultSynchronous;
+   bool synchronous_ = defaultSynchronous();
    bool initialScanDone_ = false;
    bool initialized_ = false;
 };

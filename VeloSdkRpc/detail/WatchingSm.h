@@ -51,6 +51,12 @@ class WatchingSm : public Ivx::Gen::InputStateMachine, private Lumo::Subscriber 
       return true;
    }
 
+   /// Without an entity there is nothing to scan and nothing to tell.
+   void assertEn() const {
+      LUMO_ASSERT( en() &&
+                   "Sm args can only be null if marked as Optional in the SM type declaration" );
+   }
+
    /// For the length of a reaction: this machine, the one that keeps its in-reactor flag (which
    /// `inReactorOwner` names, in a `Lumo::Ptr` where it is another one) and the top-level one stay,
    /// whatever the reaction does to their owners, and a scan inside it does not yield.

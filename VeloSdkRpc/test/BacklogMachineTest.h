@@ -22,6 +22,16 @@ class BacklogMachineTest : public MachineTest< BacklogMachine > {
       return child( policy )->childSmClassCountersPolicyMapCountersCountersDataPtrConst( name );
    }
 
+   /// How many records were filed for `key`, equal ones included.
+   static std::size_t filings( const Lumo::CapturingTraceSink & traces, std::uint64_t key ) {
+      std::size_t found = 0;
+      for ( const std::string & text : textsAt( traces, 7 ) ) {
+         found += text.starts_with(
+            "into( backlog.backlog[ key ] ): inserting k1=" + std::to_string( key ) + "," );
+      }
+      return found;
+   }
+
    /// What must hold when everything is quiet: one live record or table entry per class.
    void expectInStepWithTheTree() const {
       std::map< CountersTree::Name, std::uint64_t > packets;

@@ -219,6 +219,44 @@ TYPED_TEST( InputScanTest, TheEndsOfThePassesAreTraced ) {
    EXPECT_EQ( traces.count( 9, root + " scan, and parent scan, complete." ), 1U );
 }
 
+TYPED_TEST( InputScanTest, APassThatWasSlicedCountsAndFeedsAllItsClassesOnce ) {
+   this->grow( 1, 5 );
+   Lumo::CapturingTraceSink traces;
+   this->loop.alwaysYields();
+   this->startAsynchronous();
+   this->loop.runUntilIdle();
+   const std::string child = TypeParam::kChildName;
+   EXPECT_EQ( traces.count( 9, child + " initial scan complete. Processed 5 children. " ), 1U );
+   EXPECT_EQ( traces.count( 9, child + " scan complete. Processed 5 children. " ), 1U );
+   std::vector< std::string > expected;
+   for ( const std::string & name : this->classes( "p0" ) ) {
+      expected.push_back( "policyKey=" + this->spelled( PolicyMapKey( "p0" ) ) + " name=" + name );
+   }
+   EXPECT_THAT( leavesFed( traces ), testing::ElementsAreArray( expected ) );
+}
+
+TYPED_TEST( InputScanTest, ASliceOfAPolicyMapTellsWhetherItIsResumed ) {
+   this->grow( 1, 4 );
+   this->loop.alwaysYields();
+   this->startAsynchronous();
+   const auto child = this->child( "p0" );
+   const std::string next = this->classes( "p0" )[2];
+   ASSERT_EQ( child->inputScanBookmark0(), next );
+   Lumo::CapturingTraceSink traces;
+   child->doInputScan0();
+   EXPECT_EQ( textsAt( traces, 9 ).front(), " scan complete: false resumed: true scan: false" );
+   EXPECT_EQ( child->inputScanBookmark0(), this->classes( "p0" )[3] );
+}
+
+TYPED_TEST( InputScanTest, TheScanStatesAreNumbers ) {
+   this->startAndYield( 2 );
+   EXPECT_TRUE( this->root().inputScanState0() == 1 );
+   EXPECT_TRUE( this->child( this->policies()[0] )->inputScanState0() == 3 );
+   this->loop.runUntilIdle();
+   EXPECT_TRUE( this->root().inputScanState0() == 2 );
+   static_assert( sizeof( this->root().inputScanState0() ) == 1 );
+}
+
 TYPED_TEST( InputScanTest, TheTaskIsDroppedAtTheEndOfTheSecondPass ) {
    this->startAndYield( 3 );
    const Lumo::Ptr< Oru::Task > task = this->root().task0();

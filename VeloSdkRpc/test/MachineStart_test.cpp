@@ -59,7 +59,7 @@ TYPED_TEST( MachineStartTest, OnlyTheAsynchronousChoiceMakesAMachineAsynchronous
    }
    this->start( kAsynchronous );
    EXPECT_FALSE( this->sm->synchronous() );
-   EXPECT_TRUE( TypeParam::Sm::defaultSynchronous );
+   EXPECT_TRUE( TypeParam::Sm::defaultSynchronous() );
 }
 
 TYPED_TEST( MachineStartTest, TheFirstPassOnlyBuildsTheMachines ) {

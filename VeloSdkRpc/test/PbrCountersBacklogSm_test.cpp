@@ -1,7 +1,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "Lumo/ThrowingAssertionHandler.h"
 #include "VeloSdkRpc/detail/IlexPrint.h"
 #include "VeloSdkRpc/test/BacklogMachineTest.h"
 
@@ -11,13 +10,9 @@ namespace VeloSdkRpc::test {
 namespace {
 
 using detail::ilexPrint;
-using detail::InputScanState;
 using testing::ElementsAre;
-using testing::ElementsAreArray;
 using testing::IsEmpty;
 using testing::SizeIs;
-
-using IlexCode::PbrCountersBacklogSm::ClassCountersSm2;
 
 class PbrCountersBacklogSmTest : public BacklogMachineTest {
  protected:
@@ -29,15 +24,6 @@ class PbrCountersBacklogSmTest : public BacklogMachineTest {
    static std::string inserted( const PbrCounters & record ) {
       return "into( backlog.backlog[ key ] ): inserting k1=" + ilexPrint( record.shortKey() ) +
              ", value=" + ilexPrint( record );
-   }
-   /// How many records were filed for `key`, equal ones included.
-   static std::size_t filings( const Lumo::CapturingTraceSink & traces, std::uint64_t key ) {
-      std::size_t found = 0;
-      for ( const std::string & text : textsAt( traces, 7 ) ) {
-         found += text.starts_with(
-            "into( backlog.backlog[ key ] ): inserting k1=" + std::to_string( key ) + "," );
-      }
-      return found;
    }
 };
 
@@ -306,109 +292,15 @@ TEST_F( PbrCountersBacklogSmTest, AClassWhoseEntityChangedIsRefusedAndTheOldMach
    EXPECT_EQ( shortKey( "p", "A" ), 2U );
 }
 
-// The machines of the classes ---------------------------------------------------------------------
-
-TEST_F( PbrCountersBacklogSmTest, TheMachinesOfTheClassesAreScannedTwiceAndComplete ) {
-   tree.addClass( "p", "A" );
-   Lumo::CapturingTraceSink traces;
-   loop.endlessSlices();
-   start( kAsynchronous );
-   EXPECT_EQ( traces.count( 9, "ClassCountersSm2 initial scan complete. " ), 1U );
-   const auto machine = classMachine( "p", "A" );
-   EXPECT_TRUE( machine->initialized() );
-   EXPECT_FALSE( machine->inputScanComplete0() ); // Events count, and it was not fed yet.
-   EXPECT_FALSE( machine->synchronous() );
-   loop.runUntilIdle();
-   EXPECT_EQ( traces.count( 9, "ClassCountersSm2 scan complete. " ), 1U );
-   EXPECT_TRUE( machine->inputScanComplete0() );
-   EXPECT_EQ( machine->parent(), child( "p" ).get() );
-   EXPECT_EQ( machine->root(), &root() );
-   EXPECT_FALSE( machine->shouldYield0() );
-   EXPECT_FALSE( machine->inTask0() );
-   traces.messages.clear();
-   machine->doInputScan0();
-   EXPECT_THAT( traces.messages, IsEmpty() );
-}
-
-TEST_F( PbrCountersBacklogSmTest, AClassMachineAsksTheRootsTask ) {
-   tree.addClass( "p", "A" );
-   tree.addPolicy( "q" );
-   loop.alwaysYields();
-   start( kAsynchronous );
-   loop.runOne();
-   const auto machine = classMachine( "p", "A" );
-   EXPECT_EQ( machine->shouldYield0(), root().shouldYield0() );
-   EXPECT_TRUE( machine->shouldYield0() );
-}
-
-TEST_F( PbrCountersBacklogSmTest, ClassMachinesCanBeLookedUpAndLetGo ) {
-   tree.addClass( "p", "A" );
-   tree.addClass( "p", "B" );
+TEST_F( PbrCountersBacklogSmTest, CountersThatAreThereButNullAreFiledWithoutData ) {
    start( kSynchronous );
-   const auto above = child( "p" );
-   const auto a = classMachine( "p", "A" );
-   const auto b = classMachine( "p", "B" );
-   EXPECT_FALSE( classMachine( "p", "C" ) );
-   EXPECT_THROW(
-      above->childSmClassCountersPolicyMapCountersCountersDataPtrConstIs( nullptr, above.get() ),
-      Quon::NullPointerException );
-   above->childSmClassCountersPolicyMapCountersCountersDataPtrConstDel( "A" );
-   EXPECT_FALSE( classMachine( "p", "A" ) );
-   EXPECT_FALSE( a->parent() );
-   tree.count( "p", "A", 9 ); // Heard by nobody.
-   above->childSmClassCountersPolicyMapCountersCountersDataPtrConstDelAll();
-   EXPECT_FALSE( b->parent() );
-   above->childSmClassCountersPolicyMapCountersCountersDataPtrConstIs( b->en(), above.get() );
-   EXPECT_NE( classMachine( "p", "B" ), b );
-   above->childSmClassCountersPolicyMapCountersCountersDataPtrConstIs( b->en(), above.get() );
-   EXPECT_THAT( known(), SizeIs( 2 ) );
-}
-
-TEST_F( PbrCountersBacklogSmTest, NotificationsReachTheClassMachines ) {
-   tree.addClass( "p", "A" );
-   start( kSynchronous );
-   EXPECT_TRUE( classMachine( "p", "A" )->hasNotificationActive() );
-   sm->hasNotificationActiveIs( false );
-   EXPECT_FALSE( classMachine( "p", "A" )->hasNotificationActive() );
-   Lumo::CapturingTraceSink traces;
-   tree.count( "p", "A", 1 );
-   EXPECT_THAT( traces.messages, IsEmpty() );
-   sm->hasNotificationActiveIs( true );
-   tree.count( "p", "A", 2 );
-   EXPECT_EQ( filings( traces, 1 ), 1U );
-}
-
-// Arguments and attributes ------------------------------------------------------------------------
-
-TEST_F( PbrCountersBacklogSmTest, TheArgumentsAreCheckedInOrder ) {
-   Lumo::ThrowingAssertionHandler assertions;
-   EXPECT_THROW( pbrCountersBacklogSmFactory( nullptr, nullptr, nullptr, {} ),
-                 Lumo::AssertionThrown );
-   EXPECT_THROW( pbrCountersBacklogSmFactory( tree.root, nullptr, nullptr, {} ),
-                 Lumo::AssertionThrown );
-   EXPECT_THROW( pbrCountersBacklogSmFactory( tree.root, backlog, nullptr, {} ),
-                 Lumo::AssertionThrown );
-   std::vector< std::string > conditions;
-   for ( const auto & failure : assertions.failures() ) {
-      conditions.push_back( failure.condition() );
-   }
-   const std::string text =
-      " && \"Pointer SM args cannot be null unless they are marked Optional\"";
-   EXPECT_THAT( conditions,
-                ElementsAre( "root()" + text, "backlog()" + text, "shortKeys()" + text ) );
-}
-
-TEST_F( PbrCountersBacklogSmTest, NamesItsAttributesInOrder ) {
-   start( kSynchronous );
-   EXPECT_EQ( sm->typeData().typeName, "VeloSdkRpc::PbrCountersBacklogSm" );
-   const auto names = sm->typeData().attributeNames;
-   EXPECT_THAT( std::vector( names.begin(), names.begin() + 12 ),
-                ElementsAre( "root", "backlog", "shortKeys", "inputSmScanState", "outputState",
-                             "rootSm0", "backlogBacklogOutputSeen",
-                             "backlogBacklogOutputReconciliationTask",
-                             "backlogBacklogOutputBookmark", "shortKeysNovelKeyOutputSeen",
-                             "shortKeysNovelKeyOutputReconciliationTask",
-                             "shortKeysNovelKeyOutputBookmark" ) );
+   const CountersValue null( Lumo::Ptr< const CountersData >{} );
+   sm->eventToInput( PolicyMapKey( "p" ), "A", null );
+   EXPECT_EQ( shortKey( "p", "A" ), 1U );
+   EXPECT_EQ( record( 1 ), PbrCounters( 1, longKey( "p", "A" ), nullptr, false ) );
+   sm->eventToInput( PolicyMapKey( "p" ), "A", null );
+   EXPECT_EQ( table->nextKey(), 1U );
+   EXPECT_THAT( backlog->backlog(), SizeIs( 1 ) );
 }
 
 } // namespace

@@ -182,6 +182,16 @@ TEST_F( PbrCountersTest, ErrorsInNestedAttributesCarryTheNamesOfLongKeyAndData )
    EXPECT_EQ( pathOf( good.substr( 0, good.find( "'web'" ) ) ), "data.name" );
 }
 
+TEST_F( PbrCountersTest, AnErrorBehindTheDataLeavesNoEntityBehind ) {
+   std::string broken = text( record );
+   broken.replace( broken.find( "'deletedKey': False" ), 19, "'deletedKey': maybe" );
+   // The leak check of the sanitizer build is what would see one.
+   try {
+      parsed< PbrCounters >( broken );
+      FAIL() << "parsed";
+   } catch ( const Quon::ParseError & error ) { EXPECT_EQ( error.path(), "deletedKey" ); }
+}
+
 // Images ------------------------------------------------------------------------------------------
 
 class PbrCountersImageTest : public PbrCountersTest {
@@ -224,6 +234,17 @@ TEST_F( PbrCountersImageTest, RestartOnlyForwardsToThePolicyKeyAndKeepsTheValue 
    EXPECT_EQ( writer.valuesTakenOver(), 1U );
    EXPECT_EQ( PbrCounters( &image, manager ), record );
    PbrCounters().frell_shmemify( &image, &manager );
+}
+
+TEST_F( PbrCountersImageTest, RestartOfAKeyAloneTakesOverItsPolicyKeyOnce ) {
+   PbrCountersKey::Image keyImage{};
+   const PbrCountersKey it = key( "p", "n", "r" );
+   it.frell_shmemify( &keyImage, &manager );
+   Frell::WMgr< QuonFrell::EntityBase > writer( manager );
+   QuonFrell::imageRestart< PbrCountersKey >( &keyImage, writer );
+   EXPECT_EQ( writer.valuesTakenOver(), 1U );
+   EXPECT_EQ( PbrCountersKey( &keyImage, manager ), it );
+   PbrCountersKey().frell_shmemify( &keyImage, &manager );
 }
 
 // The flags ---------------------------------------------------------------------------------------
@@ -297,6 +318,22 @@ TEST_F( KeyCompressionTableTest, ANewTableIsEmptyAndHasHandedOutNothing ) {
    EXPECT_TRUE( table->novelKey().empty() );
    EXPECT_EQ( table->nextKey(), 0U );
    EXPECT_EQ( table->references(), 1U );
+}
+
+TEST_F( KeyCompressionTableTest, ItNamesItsAttributesInOrder ) {
+   EXPECT_EQ( table->typeData().typeName, "VeloSdkRpc::PbrCountersKeyCompressionTable" );
+   EXPECT_THAT( table->typeData().attributeNames,
+                testing::ElementsAre( "shortKey", "nextKey", "novelKey" ) );
+}
+
+TEST_F( KeyCompressionTableTest, BothFactoriesMakeANewTable ) {
+   for ( const auto factory :
+         { &pbrCountersKeyCompressionTableFactory, &PbrCountersKeyCompressionTableIs } ) {
+      const auto made = factory();
+      EXPECT_EQ( made->nextKey(), 0U );
+      EXPECT_EQ( made->references(), 1U );
+      EXPECT_NE( made, factory() );
+   }
 }
 
 TEST_F( KeyCompressionTableTest, AskingForNoveltyConsumesIt ) {

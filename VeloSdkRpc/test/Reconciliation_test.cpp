@@ -1,9 +1,7 @@
-#include <stdexcept>
-
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "VeloSdkRpc/test/BacklogMachineTest.h"
+#include "VeloSdkRpc/test/ReconciliationTest.h"
 
 /// What the backlog machine does about records and novel keys that were there before it.
 
@@ -17,62 +15,6 @@ using testing::UnorderedElementsAre;
 
 using BacklogKey = PbrCountersBacklogSm::BacklogBacklogOutputKeyType;
 using NovelKey = PbrCountersBacklogSm::ShortKeysNovelKeyOutputKeyType;
-
-constexpr const char * kBacklogTask = "PbrCountersBacklogSm-backlogBacklogOutputTask";
-constexpr const char * kNovelTask = "PbrCountersBacklogSm-shortKeysNovelKeyOutputTask";
-
-std::string yielded( int items, int deletions ) {
-   return "Yielding in reconciliation processing after processing " + std::to_string( items ) +
-          " items, including " + std::to_string( deletions ) + " deletions .";
-}
-std::string done( int items, int deletions ) {
-   return "Deletion scan for reconciliation is done, last task run processed " +
-          std::to_string( items ) + " items, deleting " + std::to_string( deletions ) + " items.";
-}
-
-class ReconciliationTest : public BacklogMachineTest {
- protected:
-   /// A record of a previous life, whose long key the table still has.
-   void leaveRecord( std::uint64_t key ) {
-      const PbrCountersKey name = longKey( "p", std::to_string( key ) );
-      table->shortKeyIs( name, key );
-      table->nextKeyIs( std::max( table->nextKey(), key ) );
-      backlog->backlogIs( PbrCounters( key, name, nullptr, false ) );
-   }
-   void leaveRecords( std::uint64_t first, std::uint64_t last ) {
-      for ( std::uint64_t key = first; key <= last; ++key ) { leaveRecord( key ); }
-   }
-   void leaveNovelKeys( std::uint64_t first, std::uint64_t last ) {
-      for ( std::uint64_t key = first; key <= last; ++key ) { table->novelKeyIs( key ); }
-      table->nextKeyIs( std::max( table->nextKey(), last ) );
-   }
-
-   /// All short keys in the backlog's own order.
-   std::vector< std::uint64_t > records() const {
-      std::vector< std::uint64_t > all;
-      for ( const auto & entry : backlog->backlog() ) { all.push_back( entry.fwkKey() ); }
-      return all;
-   }
-   std::vector< std::uint64_t > novelKeys() const {
-      std::vector< std::uint64_t > all;
-      for ( const auto & entry : table->novelKey() ) { all.push_back( entry.fwkKey() ); }
-      return all;
-   }
-   const Lumo::Ptr< Oru::Task > & backlogTask() const {
-      return sm->backlogBacklogOutputReconciliationTask();
-   }
-   const Lumo::Ptr< Oru::Task > & novelTask() const {
-      return sm->shortKeysNovelKeyOutputReconciliationTask();
-   }
-
-   /// Scans all in one slice; what is to be reconciled has been called from outside its task once.
-   void startAndScan() {
-      loop.endlessSlices();
-      start( kAsynchronous );
-      loop.runOne();
-      ASSERT_FALSE( root().task0() );
-   }
-};
 
 // Nothing to reconcile ----------------------------------------------------------------------------
 
@@ -378,98 +320,6 @@ TEST_F( ReconciliationTest, RecordsOfTheYieldedScanAreSeenAcrossSlices ) {
    loop.runUntilIdle();
    EXPECT_TRUE( sm->ready() );
    EXPECT_THAT( records(), UnorderedElementsAre( 1, 3, 5, 7 ) );
-}
-
-// Disrupters --------------------------------------------------------------------------------------
-
-TEST_F( ReconciliationTest, DroppingTheTaskInsideItsOwnRunFinishesTheScan ) {
-   leaveRecords( 1, 6 );
-   leaveNovelKeys( 1, 6 );
-   startAndScan();
-   loop.alwaysYields();
-   {
-      const auto dropper = onBacklog( [&]( std::uint64_t, const PbrCounters * ) {
-         sm->backlogBacklogOutputReconciliationTaskDel();
-      } );
-      loop.runOne();
-   }
-   EXPECT_THAT( records(), IsEmpty() );
-   EXPECT_TRUE( sm->outputState()->backlogBacklogOutputReady() );
-   {
-      ActsOnTrace dropper( "shortKeysNovelKeyOutput",
-                           [&] { sm->shortKeysNovelKeyOutputReconciliationTaskDel(); } );
-      loop.runOne();
-      EXPECT_EQ( dropper.times, 1 );
-   }
-   EXPECT_THAT( novelKeys(), IsEmpty() );
-   EXPECT_TRUE( sm->ready() );
-}
-
-TEST_F( ReconciliationTest, TheMachineIsDroppedDuringTheDeletionScan ) {
-   leaveRecords( 1, 6 );
-   startAndScan();
-   const auto dropper = onBacklog( [&]( std::uint64_t, const PbrCounters * ) { sm = nullptr; } );
-   loop.runUntilIdle();
-   EXPECT_EQ( loop.pending(), 0U );
-   EXPECT_FALSE( tree.root->publisher()->hasSubscribers() );
-}
-
-TEST_F( ReconciliationTest, TheMachineIsDroppedWhenItsOutputBecomesReady ) {
-   leaveRecords( 1, 3 );
-   startAndScan();
-   const auto dropper = Lumo::makeNode< ActsOnChange >(
-      sm->outputState()->publisher(), [&]( short, const void *, const void * ) { sm = nullptr; } );
-   loop.runUntilIdle();
-   EXPECT_FALSE( sm );
-}
-
-TEST_F( ReconciliationTest, ABrokenDeletionDoesNotKeepTheOutputsFromBecomingReady ) {
-   leaveRecords( 1, 6 );
-   leaveNovelKeys( 1, 6 );
-   loop.endlessSlices();
-   start( kAsynchronous );
-   int deletions = 0;
-   const auto breaks = onBacklog( [&]( std::uint64_t, const PbrCounters * ) {
-      ++deletions;
-      throw std::runtime_error( "no" );
-   } );
-   int thrown = 0;
-   while ( loop.pending() != 0 ) {
-      try {
-         loop.runOne();
-      } catch ( const std::runtime_error & ) { ++thrown; }
-   }
-   EXPECT_EQ( thrown, 2 ); // The call from outside, and the task's run.
-   EXPECT_EQ( deletions, 6 );
-   EXPECT_THAT( records(), IsEmpty() );
-   EXPECT_THAT( novelKeys(), IsEmpty() );
-   EXPECT_TRUE( sm->ready() );
-   EXPECT_TRUE( sm->idle() );
-}
-
-TEST_F( ReconciliationTest, AListenerThatChangesTheInputDuringTheDeletionScanIsFollowed ) {
-   leaveRecords( 1, 6 );
-   startAndScan();
-   int added = 0;
-   const auto disrupter = onBacklog( [&]( std::uint64_t, const PbrCounters * value ) {
-      if ( !value ) { tree.addClass( "q", "new" + std::to_string( ++added ) ); }
-   } );
-   loop.alwaysYields();
-   loop.runUntilIdle();
-   EXPECT_EQ( added, 5 );
-   EXPECT_TRUE( sm->ready() );
-   EXPECT_THAT( records(), SizeIs( 5 ) );
-   EXPECT_THAT( known(), testing::SizeIs( 6 + 5 ) );
-}
-
-TEST_F( ReconciliationTest, AMachineDroppedBetweenSlicesNeverRunsAgain ) {
-   leaveRecords( 1, 6 );
-   leaveNovelKeys( 1, 6 );
-   startAndScan();
-   EXPECT_EQ( loop.pending(), 2U );
-   sm = nullptr;
-   EXPECT_EQ( loop.pending(), 0U );
-   EXPECT_THAT( records(), SizeIs( 5 ) );
 }
 
 } // namespace
