@@ -135,9 +135,9 @@ class World {
       explicit Client( World & world ) : world_( world ) {}
       void appendItem( const PbrCounters & record, PbrCountersEncodingFlags flags ) override {
          const unsigned lifeOfRecord = life;
-         pushed = false;
          world_.delivered( *this, record, flags );
          if ( life != lifeOfRecord ) { return; } // It comes from before the new start.
+         pushed = false;
          ReconstructingConsumer::appendItem( record, flags );
          if ( flags.deleteKey() ) { gone.insert( record.shortKey() ); }
       }
@@ -150,6 +150,7 @@ class World {
          told.clear();
          state.clear();
          gone.clear();
+         pushed = true;
          ++life;
       }
 
