@@ -16,31 +16,6 @@ constexpr int kRuleTrace = 7;
 
 } // namespace
 
-bool PbrCountersBacklogSm::isCommon( const detail::ShortKeyMemo & memo ) const {
-   return memo.isGood( *shortKeys_ ) && initialScanDone() && !backlogBacklogOutputReconciling() &&
-          traceHandle().levels() == 0;
-}
-
-bool PbrCountersBacklogSm::isPending( const PolicyMapKey & policyKey,
-                                      const PolicyMap::Counters::CountersData & counters,
-                                      const detail::ShortKeyMemo & memo ) const {
-   if ( !isCommon( memo ) ) { return false; }
-   const PbrCountersBacklog::HN_Backlog * const entry = backlog_->backlog()[memo.shortKey()];
-   if ( !entry ) { return false; }
-   const PbrCounters & pending = entry->value();
-   return pending.data().get() == &counters && !pending.deletedKey() &&
-          pending.longKey() == PbrCountersKeyProbe{ policyKey, counters.name() };
-}
-
-bool PbrCountersBacklogSm::filedAtOnce( const PolicyMapKey & policyKey,
-                                        const PbrCounters::Data & counters,
-                                        const detail::ShortKeyMemo & memo ) {
-   if ( !isCommon( memo ) ) { return false; }
-   backlog_->backlogIs( PbrCounters(
-      memo.shortKey(), PbrCountersKey( policyKey, counters->name(), {} ), counters, false ) );
-   return true;
-}
-
 void PbrCountersBacklogSm::eventToInput( const PolicyMapKey & policyKey, const Lumo::String & name,
                                          const CountersValue & countersValue,
                                          detail::ShortKeyMemo * memo ) {

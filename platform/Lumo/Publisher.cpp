@@ -83,8 +83,13 @@ void Publisher::dispatch( short attributeId, const void * key, const void * oldV
    auto * const first = static_cast< Subscriber * >( next() );
    if ( first->next() == this && first->dispatch_ ) {
       first->dispatch_( this, first, attributeId, key, newValue );
-      return;
+   } else {
+      dispatchToAll( attributeId, key, newValue );
    }
+}
+
+[[gnu::noinline]] void Publisher::dispatchToAll( short attributeId, const void * key,
+                                                 const void * newValue ) {
    Dispatch inProgress( *this );
    while ( Subscriber * slot = inProgress.next() ) {
       slot->dispatch_( this, slot, attributeId, key, newValue );

@@ -122,6 +122,7 @@ class VELO_PLATFORM_EXPORT Publisher : private Link {
  private:
    void dispatch( short attributeId, const void * key, const void * oldValue,
                   const void * newValue );
+   void dispatchToAll( short attributeId, const void * key, const void * newValue );
 
    friend class Dispatch;
 };

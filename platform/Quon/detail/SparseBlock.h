@@ -42,13 +42,15 @@ class alignas( 16 ) SparseBlock {
    std::uint64_t mask() const { return mask_; }
    bool has( unsigned slot ) const { return mask_ >> slot & 1; }
    /// The item of a slot that is taken.
-   T & at( unsigned slot ) { return items()[isDirect() ? slot : positionOf( slot )]; }
+   T & at( unsigned slot ) {
+      return isDirect() ? directItems()[slot] : items()[positionOf( slot )];
+   }
 
    /// The number in `slot`, 0 if it is free.
    T valueAt( unsigned slot )
       requires( std::is_integral_v< T > )
    {
-      if ( isDirect() ) [[likely]] { return items()[slot]; }
+      if ( isDirect() ) [[likely]] { return directItems()[slot]; }
       return has( slot ) ? at( slot ) : 0;
    }
 
@@ -124,6 +126,7 @@ class alignas( 16 ) SparseBlock {
    bool isDirect() const { return capacity_ == 64; }
    std::uint8_t * slots() { return reinterpret_cast< std::uint8_t * >( this + 1 ); }
    T * items() { return reinterpret_cast< T * >( slots() + slotBytes_ ); }
+   T * directItems() { return reinterpret_cast< T * >( this + 1 ); }
 
    /// Of a slot that is taken, in a block that lists them. Entries beyond the count match nothing:
    /// only the position found first can be that of a live item.

@@ -1,0 +1,113 @@
+#include "VeloSdkRpc/PbrCountersBacklogSm.h"
+
+/// The machine of one class, and the short way that its usual event takes:
+///
+///    counters changed --record pending?---> yes: nothing to do
+///                     --short key known?--> yes: the record is filed at once
+///                                           no:  through the machines above to the rules
+///
+/// With a million classes the rules would look up a long key, take references and copy values
+/// for every event, to come to the same record. They are still asked whenever something else may
+/// have to be done, or told: see `isCommon`.
+
+namespace VeloSdkRpc {
+
+bool PbrCountersBacklogSm::isCommon( const detail::ShortKeyMemo & memo ) const {
+   return memo.isGood( *shortKeys_ ) && initialScanDone() && !backlogBacklogOutputReconciling() &&
+          traceHandle().levels() == 0;
+}
+
+bool PbrCountersBacklogSm::isPending( const PolicyMapKey & policyKey,
+                                      const PolicyMap::Counters::CountersData & counters,
+                                      const detail::ShortKeyMemo & memo ) const {
+   if ( !isCommon( memo ) ) { return false; }
+   const PbrCountersBacklog::HN_Backlog * const entry = backlog_->backlog()[memo.shortKey()];
+   if ( !entry ) { return false; }
+   const PbrCounters & pending = entry->value();
+   return pending.data().get() == &counters && !pending.deletedKey() &&
+          pending.longKey() == PbrCountersKeyProbe{ policyKey, counters.name() };
+}
+
+bool PbrCountersBacklogSm::filedAtOnce( const PolicyMapKey & policyKey,
+                                        const PbrCounters::Data & counters,
+                                        const detail::ShortKeyMemo & memo ) {
+   if ( !isCommon( memo ) ) { return false; }
+   backlog_->backlogIs( PbrCounters(
+      memo.shortKey(), PbrCountersKey( policyKey, counters->name(), {} ), counters, false ) );
+   return true;
+}
+
+namespace IlexCode::PbrCountersBacklogSm {
+
+using PolicyMap::Counters::CountersData;
+
+ClassCountersSm2::ClassCountersSm2( const EnPtr & en, PolicyMapCountersSm1 * parent )
+   : ClassSm2Base( en, parent ) {}
+
+ClassCountersSm2::~ClassCountersSm2() = default;
+
+const Quon::TypeData & ClassCountersSm2::typeData() const {
+   static constexpr std::string_view kAttributes[] = { "parent", "en", "inputScanState0" };
+   static constexpr Quon::TypeData kType{
+      "VeloSdkRpc::IlexCode::PbrCountersBacklogSm::ClassCountersSm2", kAttributes };
+   return kType;
+}
+
+void ClassCountersSm2::doInputScan() {
+   if ( !initialized() || !attached() ) { return; }
+   LUMO_TRACE( traceHandle(), 9, "ClassCountersSm2 doInputScan" );
+   doInputScan0();
+}
+
+void ClassCountersSm2::doInputScan0() {
+   if ( !detail::scanIsDue( *this ) ) { return; }
+   assertEn();
+   const detail::InputScanState ended = detail::stateAfterPass( initialScanDone() );
+   inputScanState0_ = ended;
+   handleCountData0();
+   if ( !attached() ) { return; }
+   LUMO_TRACE( traceHandle(), 9, "{} scan complete. ",
+               detail::passName( "ClassCountersSm2", ended ) );
+}
+
+bool ClassCountersSm2::inputScanComplete0() const {
+   return detail::scanIsComplete( inputScanState0_, initialScanDone() );
+}
+
+void ClassCountersSm2::handleCountData0() {
+   if ( !attached() ) { return; }
+   assertEn();
+   parent()->onChildEvent0( en()->name(), CountersValue( en() ), &shortKeyMemo_ );
+}
+
+void ClassCountersSm2::doDeleteAll() {
+   if ( !attached() ) { return; }
+   LUMO_TRACE( traceHandle(), 9, "doDeleteAll" );
+   assertEn();
+   parent()->onChildEvent0( en()->name(), CountersValue() );
+}
+
+// Events ------------------------------------------------------------------------------------------
+
+/// Nothing is written then and no reference is taken; and as nobody is called, nothing need be held
+/// as in a reaction.
+bool ClassCountersSm2::recordPending() const {
+   return en() && root()->parent()->isPending( parent()->smKey(), *en(), shortKeyMemo_ );
+}
+
+bool ClassCountersSm2::recordFiledAtOnce() const {
+   return en() && root()->parent()->filedAtOnce( parent()->smKey(), en(), shortKeyMemo_ );
+}
+
+void ClassCountersSm2::handleCountData0Reactor() {
+   if ( !attached() ) { return; }
+   const Reaction reaction( *this );
+   if ( !recordFiledAtOnce() ) { handleCountData0(); }
+}
+
+void ClassCountersSm2::enDispatch( short attributeId, const void * ) {
+   if ( attributeId == CountersData::kCountData && !recordPending() ) { handleCountData0Reactor(); }
+}
+
+} // namespace IlexCode::PbrCountersBacklogSm
+} // namespace VeloSdkRpc
