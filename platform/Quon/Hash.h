@@ -23,7 +23,7 @@ inline std::uint64_t hashSeed() { return Impl::processHashSeed; }
 inline void hashSeedIs( std::uint64_t seed ) { Impl::processHashSeed = seed; }
 
 /// A bijection of the 64-bit numbers: different inputs never collide, and every input bit reaches
-/// the top bits (which choose a collection's segment) and the low bits (which make its tag).
+/// the top bits (which choose a collection's line) and the low bits (which make its tag).
 inline std::uint64_t mix64( std::uint64_t x ) {
    x ^= x >> 32;
    x *= 0xe9846af9b1a615dULL;

@@ -25,28 +25,31 @@ namespace Quon {
 /// Iterators  `iterator()` survives every change, deletion of its element and of the collection
 ///            included; `checkedIterator()` and range-for assert that nothing changed
 /// Cost       every operation on one element is O(1) and bounded: no step copies more than a
-///            directory page or a segment. Move-out is O(1), merging O(the smaller), deleting a
-///            range O(deleted).
+///            directory page or a leaf's lines. Move-out is O(1), merging O(the smaller), deleting
+///            a range O(deleted).
 ///
-/// How it is built. The leading bits of the hash lead through a directory to a segment of at most
-/// 48 elements:
+/// How it is built. The leading bits of the hash lead through a directory to a leaf, and in it to a
+/// line of at most 24 elements:
 ///
-///     hash 10110...                     one cache line                    elements, unsorted
-///     directory page                    ┌───────────────────────────┐    ┌────┬────┬────┬───
-///     [00 01 10 11] ── 10 ──► segment:  │live│depth│... 16+16+16 tags│ ── │ e0 │ e1 │    │ e3
-///      │   └──┴─► one segment for 0x    └───────────────────────────┘    └────┴────┴────┴───
-///      └────────► (fills both slots)     order list, written when a walk enters: 3 0 1
+///     hash 1011010...    leaf, some 80 lines         elements, unsorted
+///     directory page     slots 0 0 1 2               order list, written when a walk enters
+///     [00 01 10 11] ──►  line 0 │where│24 tags│      ┌───────┬────┬────┬────┬────┬───
+///      │   └──┴─► leaf   line 1 │where│24 tags│ ───► │ 3 0 1 │ e0 │ e1 │    │ e3 │ ...
+///      └────────► leaf   line 2 │where│24 tags│      └───────┴────┴────┴────┴────┴───
 ///
-/// - A full segment divides by the next bit; the directory rewrites a few slots for it, or doubles
-///   one page. Nothing is ever rehashed as a whole, so an event loop never stalls on growth.
-/// - A look-up compares 16 tags at once and then, as a rule, one key.
-/// - A walk sorts each segment when it comes to it, without moving an element, and asks for the
-/// next
-///   segment's memory ahead.
-/// - Emptied segments are given back, small neighbours become one, sparse ones shrink: what is left
-///   after deletions is about as small as if it had never been larger.
-/// - More than 48 keys of one and the same hash go to a balanced tree by key.
-/// - An empty collection is four words; small ones have one segment as large as their elements.
+/// - A full line divides by the next bit, and a full leaf likewise; the directory rewrites a few
+///   slots for it, or doubles one page. Nothing is ever rehashed as a whole, so an event loop never
+///   stalls on growth.
+/// - A look-up compares the 24 tags of a line, which is one cache line, and then one key. Lines lie
+///   together, apart from the elements, so that what all look-ups share stays in the caches.
+/// - A walk sorts each line's elements when it comes to it, without moving any, and asks for the
+///   memory of the lines to come ahead.
+/// - An emptied line gives back its memory. When half of a leaf's lines are nearly empty, one pass
+///   makes few of many, and small leaves become one: what is left after deletions is about as small
+///   as if it had never been larger.
+/// - More than 24 keys of one and the same hash go to a balanced tree by key.
+/// - An empty collection is four words; a small one has one line, with as much room as its elements
+///   need.
 ///
 /// `DenseMap2018` is the sibling for numbers that are given out one after the other.
 template< class Key, class Value = void, class Traits = KeyTraits< Key > >

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstdint>
+
 /// Where an iterator stands: what a store needs to know to step on, and to keep the place right
 /// while elements move.
 ///
@@ -12,10 +14,11 @@ namespace Quon::detail {
 
 template< class Node >
 struct Cursor {
-   const Node * node = nullptr;  ///< The element stood on; null at the end.
-   void * leaf = nullptr;        ///< The store's leaf that holds it; null when to be found again.
-   int at = 0;                   ///< Position in the leaf's order.
-   const char * ahead = nullptr; ///< Memory of the next leaf, to be asked for early. May dangle.
+   const Node * node = nullptr; ///< The element stood on; null at the end.
+   void * leaf = nullptr;       ///< The store's leaf that holds it; null when to be found again.
+   int at = 0;                  ///< Position in the leaf's order.
+   std::uintptr_t ahead = 0;    ///< Memory of a leaf to come, to be asked for early. May dangle.
+   std::uint64_t aheadHash = 0; ///< Where the leaf behind that one begins; 0 at the end.
    Cursor * nextRegistered = nullptr;
 
    void forgetPlace() { leaf = nullptr; }

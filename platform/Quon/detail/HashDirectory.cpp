@@ -1,27 +1,18 @@
 #include "Quon/detail/HashDirectory.h"
 
 #include <algorithm>
-#include <array>
 #include <new>
 
 namespace Quon::detail {
 
 namespace {
 
-/// One per depth, and one behind them: a probe reads the 16 bytes after a leaf.
-constexpr std::array< HashLeaf, 66 > makeEmptyLeaves() {
-   std::array< HashLeaf, 66 > leaves{};
-   for ( unsigned depth = 0; depth < leaves.size(); ++depth ) {
-      leaves[depth].depth = static_cast< std::uint8_t >( depth );
-   }
-   return leaves;
-}
-
-constinit std::array< HashLeaf, 66 > emptyLeaves = makeEmptyLeaves();
+constinit HashLine emptyLine;
+constinit HashLeaf sharedEmptyLeaf{ &emptyLine, 0, 0, 63, 0, 1, 0, 0, {} };
 
 } // namespace
 
-constinit HashLeaf * const HashDirectory::kEmptyLeaves = emptyLeaves.data();
+constinit HashLeaf * const HashDirectory::kEmptyLeaf = &sharedEmptyLeaf;
 
 HashDirectory::Page * HashDirectory::newPage( unsigned bits, unsigned prefix ) {
    const std::size_t bytes = sizeof( Page ) + ( ( std::size_t{ 1 } << bits ) - 1 ) * sizeof( Ref );
@@ -33,6 +24,14 @@ HashDirectory::Page * HashDirectory::newPage( unsigned bits, unsigned prefix ) {
 }
 
 void HashDirectory::freePage( Page * page ) { ::operator delete( page ); }
+
+HashDirectory::Ref HashDirectory::below( Ref ref, std::uint64_t hash ) {
+   while ( const unsigned bits = ref & kBitsMask ) {
+      ref = pageOf( ref )->slots[hash >> ( 64 - bits )];
+      hash <<= bits;
+   }
+   return ref;
+}
 
 HashDirectory::Path HashDirectory::pathTo( std::uint64_t hash ) const {
    Path path;
@@ -128,8 +127,11 @@ void HashDirectory::unite( std::uint64_t hash, Leaf * merged ) {
    while ( page->deep == 0 && page->bits > 1 ) { // every leaf fills two slots: half is enough
       Page * const small = newPage( page->bits - 1u, page->prefix );
       for ( std::size_t i = 0; i < std::size_t{ 1 } << small->bits; ++i ) {
-         const Ref ref = small->slots[i] = page->slots[2 * i];
-         if ( widthOf( *small, leafAt( ref )->depth ) == 1 ) { ++small->deep; }
+         small->slots[i] = page->slots[2 * i];
+         // A leaf alone in its slot differs from the other of the pair. No look at the leaves.
+         if ( i % 2 != 0 && small->slots[i - 1] != small->slots[i] ) {
+            small->deep = static_cast< std::uint16_t >( small->deep + 2 );
+         }
       }
       freePage( page );
       page = small;
@@ -152,7 +154,7 @@ void HashDirectory::freePages( Ref ref ) {
 
 void HashDirectory::clear() {
    freePages( root_ );
-   root_ = refOf( emptyLeaf( 0 ) );
+   root_ = refOf( emptyLeaf() );
 }
 
 } // namespace Quon::detail

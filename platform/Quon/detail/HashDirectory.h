@@ -5,24 +5,9 @@
 #include <utility>
 
 #include "Lumo/Export.h"
+#include "Quon/detail/HashLeaf.h"
 
 namespace Quon::detail {
-
-/// What every leaf of a hash directory begins with. 16 bytes, then the leaf's own parts.
-struct alignas( 16 ) HashLeaf {
-   static constexpr std::uint8_t kUnsorted = 255;
-
-   std::uint64_t live : 48 = 0;   ///< Bit i: slot i holds an element.
-   std::uint64_t count : 8 = 0;   ///< How many bits of `live` are set.
-   std::uint64_t groups : 8 = 0;  ///< Groups of 16 tags; 0 in empty leaves and trees.
-   std::uint8_t capacity = 0;     ///< Slots; 0 likewise.
-   std::uint8_t depth = 0;        ///< Leading hash bits that all its elements share.
-   std::uint8_t ordered = 0;      ///< Elements in the order list, or kUnsorted.
-   bool isTree = false;           ///< Holds the elements of one single hash, by key.
-   std::uint8_t overflow[3] = {}; ///< Per group: kinds of hashes that are elsewhere too.
-   std::uint8_t padding = 0;      ///< 16-byte units between the allocation and this.
-};
-static_assert( sizeof( HashLeaf ) == 16 );
 
 /// Finds the leaf for a hash: a radix tree over the leading hash bits, at most 12 bits per page.
 ///
@@ -40,24 +25,24 @@ class HashDirectory {
    using Leaf = HashLeaf;
    static constexpr unsigned kMaxPageBits = 12;
 
-   HashDirectory() : root_( refOf( emptyLeaf( 0 ) ) ) {}
+   HashDirectory() : root_( refOf( emptyLeaf() ) ) {}
    HashDirectory( HashDirectory && other ) noexcept
-      : root_( std::exchange( other.root_, refOf( emptyLeaf( 0 ) ) ) ) {}
+      : root_( std::exchange( other.root_, refOf( emptyLeaf() ) ) ) {}
    HashDirectory & operator=( HashDirectory && other ) noexcept {
       std::swap( root_, other.root_ );
       return *this;
    }
 
-   /// The one empty leaf of each depth that all collections share. Never written.
-   static Leaf * emptyLeaf( unsigned depth ) { return kEmptyLeaves + depth; }
+   /// The leaf that all empty collections share, with one empty line. Never written.
+   static Leaf * emptyLeaf() { return kEmptyLeaf; }
 
    Leaf * leafOf( std::uint64_t hash ) const {
       Ref ref = root_;
-      while ( const unsigned bits = ref & kBitsMask ) {
-         ref = pageOf( ref )->slots[hash >> ( 64 - bits )];
-         hash <<= bits;
+      if ( const unsigned bits = ref & kBitsMask ) {
+         ref = pageOf( ref )->slots[hash >> ( -bits & 63 )];
+         if ( ref & kBitsMask ) [[unlikely]] { ref = below( ref, hash << bits ); }
       }
-      return reinterpret_cast< Leaf * >( ref );
+      return leafAt( ref );
    }
 
    /// `with` takes the place of the leaf of the same depth for `hash`.
@@ -102,7 +87,7 @@ class HashDirectory {
       unsigned last = 0;
    };
 
-   VELO_PLATFORM_EXPORT static Leaf * const kEmptyLeaves;
+   VELO_PLATFORM_EXPORT static Leaf * const kEmptyLeaf;
 
    static Page * pageOf( Ref ref ) { return reinterpret_cast< Page * >( ref & ~kBitsMask ); }
    static Ref refOf( const Leaf * leaf ) { return reinterpret_cast< Ref >( leaf ); }
@@ -113,6 +98,8 @@ class HashDirectory {
       return 1u << ( page.bits - ( depth - page.prefix ) );
    }
    static Leaf * leafAt( Ref ref ) { return reinterpret_cast< Leaf * >( ref ); }
+   /// The leaf below a page, for the bits of a hash that are not used up on the way to the page.
+   VELO_PLATFORM_EXPORT static Ref below( Ref ref, std::uint64_t hash );
    Path pathTo( std::uint64_t hash ) const;
    static void fill( const Step & step, unsigned depth, const Leaf * leaf );
    static void makeRoom( Path & path, std::uint64_t hash );

@@ -2,9 +2,12 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <optional>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -12,12 +15,12 @@
 #include "Quon/detail/Cursor.h"
 #include "Quon/detail/Element.h"
 #include "Quon/detail/HashDirectory.h"
-#include "Quon/detail/HashSegment.h"
+#include "Quon/detail/HashLine.h"
 #include "Quon/detail/HashTree.h"
 
 namespace Quon::detail {
 
-/// Elements in the order of (hash, key): a directory over segments. See HashMap2018.h.
+/// Elements in the order of (hash, key): a directory over lines of elements. See HashMap2018.h.
 ///
 /// Knows nothing of versions and parked elements. `watchers` are the cursors to keep right while
 /// elements move; the deeper parts of the changes are in HashStoreChanges.h, of walking in
@@ -32,9 +35,10 @@ class HashStore {
    using NodePtr = const Node *;
    using Where = Cursor< Node >;
    using Watchers = Where *;
-   using Segment = HashSegment< Node >;
-   using Tree = HashTree< Node, Traits >;
+   using Line = HashLine;
+   using Elements = HashElements< Node >;
    class Remains;
+   using Tree = HashTree< Node, Traits >;
 
    HashStore() = default;
    HashStore( HashStore && other ) noexcept
@@ -65,32 +69,24 @@ class HashStore {
    template< class P >
    Node * findMutable( const P & probe ) const {
       const std::uint64_t hash = hashOf( probe );
-      return findIn( directory_.leafOf( hash ), hash, probe );
+      return findIn( lineOf( hash ), hash, probe );
    }
 
-   /// Where an element is: its segment, or its tree.
+   /// Where an element is, or would be.
    struct Place {
-      Node * node = nullptr;
-      std::uint64_t hash = 0;
-      HashLeaf * leaf = nullptr;
-      typename Tree::Elements::iterator inTree{};
+      Node * node;
+      std::uint64_t hash;
+      Line * line;
+      typename Tree::Elements::iterator inTree{}; ///< If the line is a tree, and has it.
       explicit operator bool() const { return node; }
    };
    template< class P >
    Place locate( const P & probe ) const {
-      Place place;
-      place.hash = hashOf( probe );
-      place.leaf = directory_.leafOf( place.hash );
-      if ( place.leaf->isTree ) [[unlikely]] {
-         if ( treeOf( place.leaf )->hash == place.hash ) {
-            auto & elements = treeOf( place.leaf )->elements;
-            place.inTree = elements.find( probe );
-            if ( place.inTree != elements.end() ) {
-               place.node = &Tree::mutableElement( *place.inTree );
-            }
-         }
-      } else {
-         place.node = findIn( place.leaf, place.hash, probe );
+      const std::uint64_t hash = hashOf( probe );
+      Line & line = lineOf( hash );
+      Place place{ findIn( line, hash, probe ), hash, &line };
+      if ( line.isTree && place ) [[unlikely]] {
+         place.inTree = Tree::of( line ).elements.find( probe );
       }
       return place;
    }
@@ -102,24 +98,22 @@ class HashStore {
    std::pair< Node *, bool > insert( const K & key, Watchers watchers, Make make ) {
       const Place place = locate( key );
       if ( place ) { return { place.node, false }; }
-      if ( place.leaf->capacity == 0 || segmentOf( place.leaf )->isFull() ) {
+      if ( place.line->isFull() ) [[unlikely]] {
          return { insertWithRoom( place.hash, watchers, make() ), true };
       }
-      return { fillSlot( *segmentOf( place.leaf ), place.hash, watchers, make ), true };
+      return { fillSlot( *place.line, place.hash, watchers, make ), true };
    }
 
    void erase( const Place & place, Watchers watchers ) {
-      if ( place.leaf->isTree ) {
+      Line & line = *place.line;
+      if ( line.isTree ) [[unlikely]] {
          eraseFromTree( place, watchers );
          return;
       }
-      Segment & segment = *segmentOf( place.leaf );
       std::destroy_at( place.node );
-      dropSlot( segment, place.node );
-      const unsigned left = segment.count;
-      if ( asksNeighbour( left ) || isSparse( left, segment.capacity ) ) {
-         tidy( place.hash, watchers );
-      }
+      line.dropSlot( Elements::slotOf( line, place.node ) );
+      --size_;
+      if ( isFew( line.count ) ) { tidy( place.hash, watchers ); }
    }
 
    /// Takes out the elements from `from` and before `to` (or to either end). O(taken).
@@ -128,7 +122,9 @@ class HashStore {
 
    template< class F >
    void forEach( F f ) {
-      directory_.forEachLeaf( [&f]( HashLeaf * leaf ) { eachIn( leaf, f ); } );
+      directory_.forEachLeaf( [&f]( HashLeaf * leaf ) {
+         for ( unsigned i = 0; i < leaf->count; ++i ) { eachIn( leaf->lines[i], f ); }
+      } );
    }
 
    void first( Where & c ) const { enterFrom( c, 0 ); }
@@ -143,27 +139,34 @@ class HashStore {
 
    /// To the element after the one that `c` stands on, or stood on before it was deleted.
    void next( Where & c ) const {
-      Segment & segment = *segmentOf( static_cast< HashLeaf * >( c.leaf ) );
-      while ( ++c.at < static_cast< int >( segment.ordered ) ) {
-         const unsigned slot = segment.order()[c.at];
-         if ( segment.isLive( slot ) ) [[likely]] {
-            c.node = segment.at( slot );
-            prefetch( c );
+      const Line & line = *static_cast< const Line * >( c.leaf );
+      while ( ++c.at < static_cast< int >( line.ordered ) ) {
+         const unsigned slot = Elements::order( line )[c.at];
+         if ( line.isLive( slot ) ) [[likely]] {
+            c.node = Elements::at( line, slot );
+            prefetchAhead( c );
             return;
          }
       }
-      leaveLeaf( c, segment.depth, hashOf( c.node->fwkKey() ) );
+      leaveLine( c, line.depth, hashOf( c.node->fwkKey() ) );
    }
 
  private:
-   /// Two neighbours become one when together they have no more than this.
-   static constexpr unsigned kMergeMax = 12;
-   /// Free slots in the halves of a divided segment, and in one that fills an empty place.
-   static constexpr unsigned kHalfHeadroom = 4;
+   /// Two lines that are halves of one become one when together they have no more than this.
+   static constexpr unsigned kUniteMax = 14;
+   /// So many elements in united lines are enough for one pass over a leaf.
+   static constexpr unsigned kMaxWork = 96;
+   /// Lines that are looked at once more when leaves have been united.
+   static constexpr unsigned kSmallLeaf = 8;
+   /// Room for elements in a line that comes to life among others.
    static constexpr unsigned kFreshCapacity = 4;
 
-   /// On the way down a segment asks its neighbour at these sizes only: asking costs a cache miss.
-   static constexpr bool asksNeighbour( unsigned count ) { return count == 0 || count == 2; }
+   /// How far ahead of a walk memory is asked for.
+   static constexpr unsigned kLinesAhead = 3;
+
+   /// On the way down a line tells its leaf when it has so few elements left.
+   static constexpr bool isFew( unsigned count ) { return count == 4 || count == 0; }
+   /// Whether so few elements should move to where there is less room.
    static constexpr bool isSparse( unsigned count, unsigned capacity ) {
       return count * 8 <= capacity && count != 0;
    }
@@ -172,83 +175,77 @@ class HashStore {
    static std::uint64_t hashOf( const P & key ) {
       return Traits::hash( key, hashSeed() );
    }
-   static Segment * segmentOf( HashLeaf * leaf ) { return static_cast< Segment * >( leaf ); }
-   static Tree * treeOf( HashLeaf * leaf ) { return static_cast< Tree * >( leaf ); }
-   static unsigned countOf( HashLeaf * leaf ) { return static_cast< unsigned >( leaf->count ); }
+   /// Numbers stay in a register.
+   template< class P >
+   using Passed = std::conditional_t< Impl::NumberKey< P >, P, const P & >;
+
+   Line & lineOf( std::uint64_t hash ) const { return directory_.leafOf( hash )->lineOf( hash ); }
 
    template< class P >
-   static Node * findIn( HashLeaf * leaf, std::uint64_t hash, const P & probe ) {
-      Segment & segment = *segmentOf( leaf );
-      const unsigned home = segment.homeOf( hash );
-      if ( Node * const node = findInGroup( segment, home, hash, probe ) ) { return node; }
-      if ( !segment.mayBeElsewhere( hash, home ) ) [[likely]] { return nullptr; }
-      return findElsewhere( leaf, home, hash, probe );
-   }
-   template< class P >
-   static Node * findInGroup( Segment & segment, unsigned group, std::uint64_t hash,
-                              const P & probe ) {
-      std::uint64_t rest = segment.candidates( hash, group );
-      for ( ; rest != 0; rest &= rest - 1 ) {
+   static Node * findIn( const Line & line, std::uint64_t hash, const P & probe ) {
+      for ( auto rest = line.candidates( hash ); rest != 0; rest &= rest - 1 ) {
          Node * const node =
-            segment.at( 16 * group + static_cast< unsigned >( std::countr_zero( rest ) ) );
+            Elements::at( line, static_cast< std::size_t >( std::countr_zero( rest ) ) );
          if ( Traits::isEq( node->fwkKey(), probe ) ) [[likely]] { return node; }
       }
-      return nullptr;
+      return line.isTree ? findInTree< P >( Tree::of( line ), hash, probe ) : nullptr;
    }
    template< class P >
-   [[gnu::noinline]] static Node * findElsewhere( HashLeaf * leaf, unsigned home,
-                                                  std::uint64_t hash, const P & probe ) {
-      if ( leaf->isTree ) {
-         Tree & tree = *treeOf( leaf );
-         if ( tree.hash != hash ) { return nullptr; }
-         const auto at = tree.elements.find( probe );
-         return at == tree.elements.end() ? nullptr : &Tree::mutableElement( *at );
-      }
-      for ( unsigned group = 0; group < leaf->groups; ++group ) {
-         if ( group == home ) { continue; }
-         if ( Node * const node = findInGroup( *segmentOf( leaf ), group, hash, probe ) ) {
-            return node;
-         }
-      }
-      return nullptr;
+   [[gnu::noinline, gnu::cold]] static Node * findInTree( Tree & tree, std::uint64_t hash,
+                                                          Passed< P > probe ) {
+      if ( tree.hash != hash ) { return nullptr; }
+      const auto at = tree.elements.find( probe );
+      return at == tree.elements.end() ? nullptr : &Tree::mutableElement( *at );
    }
 
    template< class Make >
-   Node * fillSlot( Segment & segment, std::uint64_t hash, Watchers watchers, Make make ) {
-      const unsigned slot = segment.freeSlot( hash );
-      Node * const node = segment.at( slot );
-      new ( node ) Node( make() ); // may throw: the slot does not count yet
-      segment.addSlot( slot, hash );
+   Node * fillSlot( Line & line, std::uint64_t hash, Watchers watchers, Make make ) {
+      const unsigned slot = line.freeSlot();
+      Node * const node = new ( Elements::at( line, slot ) ) Node( make() ); // may throw:
+      line.addSlot( slot, hash );                                            // not counted yet
       ++size_;
-      forgetPlaces( &segment, watchers );
+      forgetPlaces( line, watchers );
       return node;
    }
-   void dropSlot( Segment & segment, const Node * node ) {
-      segment.dropSlot( static_cast< unsigned >( node - segment.elements() ) );
-      --size_;
-   }
 
-   static void forgetPlaces( HashLeaf * leaf, Watchers watchers ) {
+   static void forgetPlaces( const Line & line, Watchers watchers ) {
       for ( Where * c = watchers; c; c = c->nextRegistered ) {
-         if ( c->leaf == leaf ) { c->forgetPlace(); }
+         if ( c->leaf == &line ) { c->forgetPlace(); }
       }
    }
+   static bool isEmpty( const Line & line ) {
+      return line.isTree ? Tree::of( line ).elements.empty() : line.count == 0;
+   }
+   static bool isEmpty( const HashLeaf & leaf ) {
+      return std::all_of( leaf.lines, leaf.lines + leaf.count,
+                          []( const Line & line ) { return isEmpty( line ); } );
+   }
+
+   static void forgetPlaces( const HashLeaf & leaf, Watchers watchers ) {
+      if ( !watchers ) { return; }
+      for ( unsigned i = 0; i < leaf.count; ++i ) { forgetPlaces( leaf.lines[i], watchers ); }
+   }
    template< class F >
-   static void eachIn( HashLeaf * leaf, F & f ) {
-      if ( leaf->isTree ) {
-         for ( const Node & node : treeOf( leaf )->elements ) { f( Tree::mutableElement( node ) ); }
+   static void eachIn( Line & line, F & f ) {
+      if ( line.isTree ) {
+         for ( const Node & node : Tree::of( line ).elements ) {
+            f( Tree::mutableElement( node ) );
+         }
       } else {
-         Segment & segment = *segmentOf( leaf );
-         segment.eachLive( [&]( unsigned slot ) { f( *segment.at( slot ) ); } );
+         line.eachLive( [&]( unsigned slot ) { f( *Elements::at( line, slot ) ); } );
+      }
+   }
+   static void destroyLine( Line & line ) {
+      if ( line.isTree ) {
+         delete &Tree::of( line );
+         line.becomeNothing();
+      } else if ( line.capacity != 0 ) {
+         Elements::destroy( line );
       }
    }
    static void destroyLeaf( HashLeaf * leaf ) {
-      if ( leaf->isTree ) {
-         delete treeOf( leaf );
-      } else if ( leaf->capacity != 0 ) {
-         segmentOf( leaf )->destroyElements();
-         Segment::release( leaf );
-      }
+      for ( unsigned i = 0; i < leaf->count; ++i ) { destroyLine( leaf->lines[i] ); }
+      HashLeaf::destroy( leaf );
    }
 
    static void followNode( const Node & from, const Node & to, Watchers watchers ) {
@@ -259,30 +256,46 @@ class HashStore {
 
    // Changes of shape: HashStoreChanges.h
    Node * insertWithRoom( std::uint64_t hash, Watchers watchers, Node && fresh );
-   Node * moveNode( Node & from, Segment & to, std::uint64_t hash, Watchers watchers );
-   void resize( Segment & segment, std::uint64_t hash, unsigned capacity, Watchers watchers );
-   void divide( HashLeaf * leaf, std::uint64_t hash, Watchers watchers );
-   void bringHome( Segment & segment, const std::uint64_t * hashes, Watchers watchers );
-   void divideOneSided( HashLeaf * leaf, std::uint64_t hash, bool one );
-   void makeTree( Segment & segment, std::uint64_t hash, Watchers watchers );
+   static void moveNode( Line & from, unsigned slot, Line & to, Watchers watchers );
+   static void resize( Line & line, unsigned capacity, Watchers watchers );
+   void replaceLeaf( std::uint64_t hash, HashLeaf::Ptr with, Watchers watchers );
+   HashLeaf & leafWithRoom( std::uint64_t hash, Watchers watchers );
+   void divideLeaf( HashLeaf & leaf, std::uint64_t hash, Watchers watchers );
+   void divide( std::uint64_t hash, Watchers watchers );
+   void makeTree( Line & line, std::uint64_t hash, Watchers watchers );
    void eraseFromTree( const Place & place, Watchers watchers );
    void tidy( std::uint64_t hash, Watchers watchers );
-   bool uniteWithBuddy( HashLeaf * leaf, std::uint64_t hash, Watchers watchers );
-   void extractFrom( Segment & segment, const std::optional< K > & from,
-                     const std::optional< K > & to, Remains & out, Watchers watchers );
-   void extractFrom( Tree & tree, const std::optional< K > & from, const std::optional< K > & to,
-                     Remains & out );
+   void condense( std::uint64_t hash, Watchers watchers );
+   static bool unite( Line & line, Line & buddy, Watchers watchers );
+   bool uniteLeaves( std::uint64_t hash, Watchers watchers );
+   void extractFrom( Line & line, const std::optional< K > & from, const std::optional< K > & to,
+                     Remains & out, Watchers watchers );
+   void extractFromTree( Tree & tree, const std::optional< K > & from,
+                         const std::optional< K > & to, Remains & out );
 
    // Walking: HashStoreWalk.h
-   static void sort( Segment & segment );
+   static void sort( Line & line );
    static bool nextHash( std::uint64_t & hash, unsigned depth );
-   void standIn( Where & c, Segment & segment, unsigned position, std::uint64_t hash ) const;
+   void lookAhead( Where & c ) const;
+   void standIn( Where & c, Line & line, unsigned position, std::uint64_t hash ) const;
    void enterFrom( Where & c, std::uint64_t hash ) const;
-   void leaveLeaf( Where & c, unsigned depth, std::uint64_t hash ) const;
+   void leaveLine( Where & c, unsigned depth, std::uint64_t hash ) const;
    template< bool behind, class P >
    void seek( Where & c, const P & key ) const;
-   static void prefetch( const Where & c ) {
-      __builtin_prefetch( c.ahead + 128 + static_cast< std::size_t >( c.at ) * sizeof( Node ) );
+   static void prefetch( std::uintptr_t at ) {
+      __builtin_prefetch( reinterpret_cast< const void * >( at ) );
+   }
+   static void prefetchElements( const Line & line ) {
+      line.eachLive( [&]( unsigned slot ) {
+         prefetch( reinterpret_cast< std::uintptr_t >( line.elements ) + slot * sizeof( Node ) );
+      } );
+   }
+   /// Two elements ahead for each one walked: few lines are less than half full.
+   static void prefetchAhead( const Where & c ) {
+      constexpr std::size_t kStep = 2 * sizeof( Node );
+      const std::uintptr_t at = c.ahead + static_cast< std::size_t >( c.at ) * kStep;
+      prefetch( at );
+      if constexpr ( kStep > 64 ) { prefetch( at + kStep / 2 ); }
    }
 
    HashDirectory directory_;

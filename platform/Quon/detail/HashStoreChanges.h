@@ -2,14 +2,14 @@
 
 // The changes of shape of a HashStore. Included by HashStore.h only.
 //
-// Each touches one leaf, or two neighbours, and at most one directory page: bounded work, however
-// large the collection is.
+// Each touches the lines of one leaf, or of two, and at most one directory page: bounded work,
+// however large the collection is.
 
 #include "Quon/detail/HashStore.h"
 
 namespace Quon::detail {
 
-/// Leaves and elements that were taken out, to be destroyed when every structure is in order again.
+/// Elements that were taken out, to be destroyed when every structure is in order again.
 template< class K, class V, class Traits >
 class HashStore< K, V, Traits >::Remains {
  public:
@@ -17,13 +17,28 @@ class HashStore< K, V, Traits >::Remains {
    Remains( Remains && ) = default;
    Remains & operator=( Remains && ) = delete;
    ~Remains() {
-      for ( HashLeaf * leaf : leaves_ ) { destroyLeaf( leaf ); }
+      for ( Line & line : lines_ ) { destroyLine( line ); }
    }
-   bool empty() const { return leaves_.empty(); }
-   void add( HashLeaf * leaf ) { leaves_.push_back( leaf ); }
+   bool empty() const { return lines_.empty(); }
+   /// All that is in `line`, which is empty afterwards.
+   void take( Line & line ) {
+      lines_.push_back( line );
+      line.becomeNothing();
+   }
+   Line & addLine( unsigned capacity ) {
+      Line & line = lines_.emplace_back();
+      Elements::allocate( line, capacity );
+      return line;
+   }
+   Tree & addTree( std::uint64_t hash ) {
+      Line & line = lines_.emplace_back();
+      line.elements = new Tree( hash );
+      line.isTree = true;
+      return Tree::of( line );
+   }
 
  private:
-   std::vector< HashLeaf * > leaves_;
+   std::vector< Line > lines_;
 };
 
 template< class K, class V, class Traits >
@@ -31,224 +46,247 @@ auto HashStore< K, V, Traits >::insertWithRoom( std::uint64_t hash, Watchers wat
                                                 Node && fresh ) -> Node * {
    for ( ;; ) {
       HashLeaf * const leaf = directory_.leafOf( hash );
-      if ( leaf->isTree ) {
-         Tree & tree = *treeOf( leaf );
-         if ( tree.hash == hash ) {
-            ++size_;
-            return &Tree::mutableElement( *tree.elements.insert( std::move( fresh ) ).first );
-         }
-         divide( leaf, hash, watchers );
-      } else if ( leaf->capacity == 0 ) {
-         // The first segment of a collection is exactly as small as its first element.
-         const unsigned capacity = directory_.isSingleLeaf() ? 1 : kFreshCapacity;
-         directory_.replace( hash, Segment::create( capacity, leaf->depth ) );
-      } else if ( Segment & segment = *segmentOf( leaf ); !segment.isFull() ) {
-         return fillSlot( segment, hash, watchers, [&fresh] { return std::move( fresh ); } );
-      } else if ( segment.capacity < Segment::kMaxCapacity ) {
-         resize( segment, hash, segment.capacity + 1u, watchers );
+      if ( leaf == HashDirectory::emptyLeaf() ) {
+         directory_.replace( hash, HashLeaf::first().release() );
+         continue;
+      }
+      Line & line = leaf->lineOf( hash );
+      if ( line.isTree && Tree::of( line ).hash == hash ) {
+         Node & node =
+            Tree::mutableElement( *Tree::of( line ).elements.insert( std::move( fresh ) ).first );
+         ++size_;
+         return &node;
+      }
+      if ( !line.isTree && line.capacity == 0 ) {
+         // The first line of a collection has exactly as much room as its first element needs.
+         Elements::allocate( line, leaf->count == 1 ? 1 : kFreshCapacity );
+      } else if ( !line.isTree && !line.isFull() ) {
+         return fillSlot( line, hash, watchers, [&fresh] { return std::move( fresh ); } );
+      } else if ( !line.isTree && line.capacity < Line::kSlots ) {
+         resize( line, line.capacity + 1u, watchers );
       } else {
-         divide( leaf, hash, watchers );
+         divide( hash, watchers );
       }
    }
 }
 
-/// Moves an element into a free slot of `to`. Its old slot is left to the caller.
+/// Moves an element into a free slot of another line.
 template< class K, class V, class Traits >
-auto HashStore< K, V, Traits >::moveNode( Node & from, Segment & to, std::uint64_t hash,
-                                          Watchers watchers ) -> Node * {
-   const unsigned slot = to.freeSlot( hash );
-   Node * const node = new ( to.at( slot ) ) Node( std::move( from ) );
-   to.addSlot( slot, hash );
-   std::destroy_at( &from );
-   followNode( from, *node, watchers );
-   return node;
+void HashStore< K, V, Traits >::moveNode( Line & from, unsigned slot, Line & to,
+                                          Watchers watchers ) {
+   Node & node = *Elements::at( from, slot );
+   const unsigned toSlot = to.freeSlot();
+   Node * const moved = new ( Elements::at( to, toSlot ) ) Node( std::move( node ) );
+   to.addTaggedSlot( toSlot, from.tags[slot] );
+   from.dropSlot( slot );
+   std::destroy_at( &node );
+   followNode( node, *moved, watchers );
 }
 
-/// A segment of another capacity takes the place of `segment`. Its order, if known, is kept.
+/// Moves the elements to room of another size.
 template< class K, class V, class Traits >
-void HashStore< K, V, Traits >::resize( Segment & segment, std::uint64_t hash, unsigned capacity,
-                                        Watchers watchers ) {
-   Segment & other = *Segment::create( capacity, segment.depth );
-   const auto move = [&]( unsigned slot ) {
-      Node & node = *segment.at( slot );
-      return moveNode( node, other, hashOf( node.fwkKey() ), watchers );
-   };
-   const unsigned ordered = segment.ordered;
-   if ( ordered == HashLeaf::kUnsorted ) {
-      segment.eachLive( move );
-      forgetPlaces( &segment, watchers );
-   } else {
-      unsigned n = 0;
-      for ( unsigned i = 0; i < ordered; ++i ) {
-         if ( const unsigned slot = segment.order()[i]; segment.isLive( slot ) ) {
-            const Node * const moved = move( slot );
-            other.order()[n++] = static_cast< std::uint8_t >( moved - other.elements() );
-         }
-         for ( Where * c = watchers; c; c = c->nextRegistered ) {
-            if ( c->leaf != &segment || c->at != static_cast< int >( i ) ) { continue; }
-            c->leaf = static_cast< HashLeaf * >( &other );
-            c->at = static_cast< int >( n ) - 1; // on it, or behind the last before it
-         }
-      }
-      other.ordered = static_cast< std::uint8_t >( n );
-      for ( Where * c = watchers; c; c = c->nextRegistered ) { // those before the first element
-         if ( c->leaf == &segment ) { c->leaf = static_cast< HashLeaf * >( &other ); }
+void HashStore< K, V, Traits >::resize( Line & line, unsigned capacity, Watchers watchers ) {
+   Line other;
+   Elements::allocate( other, capacity );
+   other.depth = line.depth;
+   line.eachLive( [&]( unsigned slot ) { moveNode( line, slot, other, watchers ); } );
+   Elements::release( line );
+   line = other;
+   forgetPlaces( line, watchers );
+}
+
+template< class K, class V, class Traits >
+void HashStore< K, V, Traits >::replaceLeaf( std::uint64_t hash, HashLeaf::Ptr with,
+                                             Watchers watchers ) {
+   HashLeaf * const old = directory_.leafOf( hash );
+   forgetPlaces( *old, watchers );
+   directory_.replace( hash, with.release() );
+   HashLeaf::destroy( old );
+}
+
+/// The leaf for `hash`, in which the line for `hash` can be divided.
+template< class K, class V, class Traits >
+HashLeaf & HashStore< K, V, Traits >::leafWithRoom( std::uint64_t hash, Watchers watchers ) {
+   for ( ;; ) {
+      HashLeaf & leaf = *directory_.leafOf( hash );
+      const bool isNarrow = leaf.widthOf( leaf.lineOf( hash ) ) == 1;
+      if ( isNarrow && leaf.bits == HashLeaf::kMaxBits ) {
+         divideLeaf( leaf, hash, watchers );
+      } else if ( isNarrow || leaf.count == leaf.room ) {
+         const unsigned room =
+            leaf.count < leaf.room ? leaf.room : leaf.count + leaf.count / 8 + 1u;
+         replaceLeaf( hash, HashLeaf::remade( leaf, leaf.bits + isNarrow, room ), watchers );
+      } else {
+         return leaf;
       }
    }
-   directory_.replace( hash, &other );
-   Segment::release( &segment );
 }
 
-/// Makes two leaves of one, by the next hash bit. A full segment in which every hash is `hash`
-/// becomes a tree instead.
 template< class K, class V, class Traits >
-void HashStore< K, V, Traits >::divide( HashLeaf * leaf, std::uint64_t hash, Watchers watchers ) {
-   const unsigned depth = leaf->depth + 1u;
-   const std::uint64_t bit = depth > 64 ? 0 : std::uint64_t{ 1 } << ( 64 - depth );
-   if ( leaf->isTree ) {
-      divideOneSided( leaf, hash, treeOf( leaf )->hash & bit );
+void HashStore< K, V, Traits >::divideLeaf( HashLeaf & leaf, std::uint64_t hash,
+                                            Watchers watchers ) {
+   HashLeaf::Ptr zero = HashLeaf::half( leaf, false );
+   HashLeaf::Ptr one = HashLeaf::half( leaf, true );
+   directory_.divide( hash, zero.get(), one.get() );
+   zero.release();
+   one.release();
+   forgetPlaces( leaf, watchers );
+   HashLeaf::destroy( &leaf );
+}
+
+/// Makes two lines of the one for `hash`, by the next hash bit. A full line in which every hash is
+/// `hash` becomes a tree instead.
+template< class K, class V, class Traits >
+void HashStore< K, V, Traits >::divide( std::uint64_t hash, Watchers watchers ) {
+   Line & full = lineOf( hash );
+   const std::uint64_t bit = full.depth == 64 ? 0 : std::uint64_t{ 1 } << ( 63 - full.depth );
+   std::uint32_t ones = 0; // the slots that go to the new line
+   bool allSame = !full.isTree;
+   full.eachLive( [&]( unsigned slot ) {
+      const std::uint64_t other = hashOf( Elements::at( full, slot )->fwkKey() );
+      allSame &= other == hash;
+      ones |= std::uint32_t{ ( other & bit ) != 0 } << slot;
+   } );
+   if ( allSame ) {
+      makeTree( full, hash, watchers );
       return;
    }
-   Segment & segment = *segmentOf( leaf );
-   std::array< std::uint64_t, Segment::kMaxCapacity > hashes;
-   unsigned ones = 0;
-   unsigned same = 0;
-   segment.eachLive( [&]( unsigned slot ) {
-      hashes[slot] = hashOf( segment.at( slot )->fwkKey() );
-      ones += ( hashes[slot] & bit ) != 0;
-      same += hashes[slot] == hash;
-   } );
-   const unsigned count = segment.count;
-   if ( same == count ) {
-      makeTree( segment, hash, watchers );
-   } else if ( ones == 0 || ones == count ) {
-      divideOneSided( leaf, hash, ones != 0 );
+   const bool allOnes = full.isTree ? ( Tree::of( full ).hash & bit ) != 0 : ones == full.live;
+
+   HashLeaf & leaf = leafWithRoom( hash, watchers );
+   Line half;
+   if ( ones != 0 && !allOnes ) { Elements::allocate( half, Line::kSlots ); }
+   Line & line = leaf.lineOf( hash );
+   forgetPlaces( line, watchers );
+   Line & other = leaf.divide( hash );
+   half.depth = line.depth;
+   if ( allOnes ) {
+      std::swap( line, other );
    } else {
-      // The zeros stay where they are. A little room for what is about to come.
-      Segment & other = *Segment::create( ones + kHalfHeadroom, depth );
-      segment.eachLive( [&]( unsigned slot ) {
-         if ( ( hashes[slot] & bit ) == 0 ) { return; }
-         segment.dropSlot( slot );
-         moveNode( *segment.at( slot ), other, hashes[slot], watchers );
-      } );
-      bringHome( segment, hashes.data(), watchers );
-      forgetPlaces( leaf, watchers );
-      directory_.divide( hash, leaf, &other );
+      for ( ; ones != 0; ones &= ones - 1 ) {
+         moveNode( line, static_cast< unsigned >( std::countr_zero( ones ) ), half, watchers );
+      }
+      other = half;
    }
 }
 
-/// Now that there is room, elements that had to go to another group return to their own.
 template< class K, class V, class Traits >
-void HashStore< K, V, Traits >::bringHome( Segment & segment, const std::uint64_t * hashes,
-                                           Watchers watchers ) {
-   segment.clearOverflow();
-   segment.eachLive( [&]( unsigned slot ) {
-      const unsigned home = segment.homeOf( hashes[slot] );
-      if ( slot / 16 == home ) { return; }
-      segment.dropSlot( slot );
-      if ( segment.freeSlot( hashes[slot] ) / 16 == home ) {
-         moveNode( *segment.at( slot ), segment, hashes[slot], watchers );
-      } else {
-         segment.addSlot( slot, hashes[slot] ); // no room there yet
-      }
-   } );
-}
-
-/// All elements stay in `leaf`, which now stands for one half; the other half is empty.
-template< class K, class V, class Traits >
-void HashStore< K, V, Traits >::divideOneSided( HashLeaf * leaf, std::uint64_t hash, bool one ) {
-   const unsigned depth = leaf->depth + 1u;
-   HashLeaf * const other = HashDirectory::emptyLeaf( depth );
-   directory_.divide( hash, one ? other : leaf, one ? leaf : other );
-}
-
-template< class K, class V, class Traits >
-void HashStore< K, V, Traits >::makeTree( Segment & segment, std::uint64_t hash,
-                                          Watchers watchers ) {
-   Tree * const tree = new Tree( hash, segment.depth );
-   segment.eachLive( [&]( unsigned slot ) {
-      Node & from = *segment.at( slot );
+void HashStore< K, V, Traits >::makeTree( Line & line, std::uint64_t hash, Watchers watchers ) {
+   auto tree = std::make_unique< Tree >( hash );
+   line.eachLive( [&]( unsigned slot ) {
+      Node & from = *Elements::at( line, slot );
       const Node & to = *tree->elements.insert( std::move( from ) ).first;
       std::destroy_at( &from );
       followNode( from, to, watchers );
    } );
-   forgetPlaces( &segment, watchers );
-   directory_.replace( hash, tree );
-   Segment::release( &segment );
+   forgetPlaces( line, watchers );
+   Elements::release( line );
+   line.elements = tree.release();
+   line.isTree = true;
 }
 
 template< class K, class V, class Traits >
 void HashStore< K, V, Traits >::eraseFromTree( const Place & place, Watchers watchers ) {
-   Tree & tree = *treeOf( place.leaf );
-   tree.elements.erase( place.inTree );
+   auto & elements = Tree::of( *place.line ).elements;
+   elements.erase( place.inTree );
    --size_;
-   if ( tree.elements.empty() ) { tidy( place.hash, watchers ); }
+   if ( elements.empty() ) { tidy( place.hash, watchers ); }
 }
 
-/// After deletions: an emptied leaf is given back, neighbours with few elements become one, and a
-/// segment that is all but empty shrinks. So scattered survivors keep little alive.
+/// After deletions that left few elements in the line for `hash`. An emptied line gives back its
+/// room at once. The rest waits until half of a leaf's lines are like this: then one pass makes few
+/// lines of many, at a fraction of what it would cost line by line. A leaf with no element left
+/// does not wait, so that an emptied collection holds nothing.
 template< class K, class V, class Traits >
 void HashStore< K, V, Traits >::tidy( std::uint64_t hash, Watchers watchers ) {
-   for ( bool united = false;; ) {
-      HashLeaf * leaf = directory_.leafOf( hash );
-      const bool empty = leaf->isTree ? treeOf( leaf )->elements.empty() : leaf->live == 0;
-      if ( empty && ( leaf->isTree || leaf->capacity != 0 ) ) {
-         forgetPlaces( leaf, watchers );
-         HashLeaf * const nothing = HashDirectory::emptyLeaf( leaf->depth );
-         directory_.replace( hash, nothing );
-         destroyLeaf( leaf );
-         leaf = nothing;
-      }
-      if ( leaf->isTree ) { return; }
-      const unsigned count = countOf( leaf );
-      if ( ( united || asksNeighbour( count ) ) && uniteWithBuddy( leaf, hash, watchers ) ) {
-         united = true;
-         continue;
-      }
-      if ( isSparse( count, leaf->capacity ) ) {
-         resize( *segmentOf( leaf ), hash, count + count / 2, watchers );
-      }
-      return;
+   HashLeaf & leaf = *directory_.leafOf( hash );
+   Line & line = leaf.lineOf( hash );
+   bool isUrgent = false;
+   if ( isEmpty( line ) ) {
+      forgetPlaces( line, watchers );
+      destroyLine( line );
+      isUrgent = isEmpty( leaf );
+   }
+   if ( ++leaf.sparse * 2 < leaf.count && !isUrgent ) { return; }
+   do { condense( hash, watchers ); } while ( uniteLeaves( hash, watchers ) );
+   if ( size_ == 0 && directory_.isSingleLeaf() ) {
+      destroyLeaf( directory_.leafOf( hash ) );
+      directory_.clear();
    }
 }
 
+/// Unites the lines of a leaf wherever two have few elements together, and moves what is left alone
+/// in too much room. So scattered survivors keep little alive. Does no more than an event loop can
+/// bear at once; the next line of the leaf with few elements has the pass go on.
 template< class K, class V, class Traits >
-bool HashStore< K, V, Traits >::uniteWithBuddy( HashLeaf * leaf, std::uint64_t hash,
-                                                Watchers watchers ) {
-   HashLeaf * const buddy = directory_.buddyOf( hash );
-   if ( !buddy ) { return false; }
-   const unsigned depth = leaf->depth - 1u;
-   const auto isNothing = []( HashLeaf * l ) { return l->capacity == 0 && !l->isTree; };
-   if ( isNothing( leaf ) || isNothing( buddy ) ) {
-      HashLeaf * const rest = isNothing( leaf ) ? buddy : leaf;
-      HashLeaf * const merged = isNothing( rest ) ? HashDirectory::emptyLeaf( depth ) : rest;
-      if ( merged == rest ) { rest->depth = static_cast< std::uint8_t >( depth ); }
-      directory_.unite( hash, merged );
-      return true;
+void HashStore< K, V, Traits >::condense( std::uint64_t hash, Watchers watchers ) {
+   HashLeaf & leaf = *directory_.leafOf( hash );
+   HashLeaf::Ptr made = HashLeaf::remade( leaf, leaf.bits, leaf.count );
+   forgetPlaces( leaf, watchers );
+   Line * const lines = made->lines;
+   unsigned n = 0;
+   unsigned end = 0;  // slots that the first n lines stand for
+   unsigned work = 0; // elements in united lines
+   for ( unsigned i = 0; i < leaf.count; ++i ) {
+      const bool mayUnite = work < kMaxWork;
+      if ( mayUnite && i + kLinesAhead < leaf.count ) {
+         prefetchElements( lines[i + kLinesAhead] );
+      }
+      end += made->widthOf( lines[i] );
+      lines[n++] = lines[i];
+      while ( mayUnite && n > 1 && lines[n - 2].depth == lines[n - 1].depth &&
+              end % ( 2 * made->widthOf( lines[n - 1] ) ) == 0 &&
+              unite( lines[n - 2], lines[n - 1], watchers ) ) {
+         --n;
+         work += lines[n - 1].count;
+      }
    }
-   if ( buddy->isTree || countOf( leaf ) + countOf( buddy ) > kMergeMax ) { return false; }
+   made->onlyFirst( n );
+   if ( work < kMaxWork ) {
+      for ( unsigned i = 0; i < n; ++i ) {
+         if ( isSparse( lines[i].count, lines[i].capacity ) ) {
+            resize( lines[i], lines[i].count * 3u / 2u, watchers );
+         }
+      }
+   } else {
+      made->sparse = leaf.sparse;
+   }
+   directory_.replace( hash, made.release() );
+   HashLeaf::destroy( &leaf );
+}
 
-   const unsigned total = countOf( leaf ) + countOf( buddy );
-   const auto into = [&]( Segment & to, HashLeaf * from ) {
-      Segment & source = *segmentOf( from );
-      source.eachLive( [&]( unsigned slot ) {
-         Node & node = *source.at( slot );
-         moveNode( node, to, hashOf( node.fwkKey() ), watchers );
-      } );
-      forgetPlaces( from, watchers );
-      Segment::release( from );
-   };
-   HashLeaf * merged = leaf->capacity < buddy->capacity ? buddy : leaf;
-   HashLeaf * const other = merged == leaf ? buddy : leaf;
-   forgetPlaces( merged, watchers );
-   if ( merged->capacity < total ) {
-      Segment * const larger = Segment::create( total, depth );
-      into( *larger, merged );
-      merged = larger;
+/// Takes the elements of `buddy`, if they are few together. `line` then stands for both.
+template< class K, class V, class Traits >
+bool HashStore< K, V, Traits >::unite( Line & line, Line & buddy, Watchers watchers ) {
+   const unsigned total = line.count + buddy.count;
+   if ( !line.isNothing() && !buddy.isNothing() &&
+        ( line.isTree || buddy.isTree || total > kUniteMax ) ) {
+      return false;
    }
-   into( *segmentOf( merged ), other );
-   merged->depth = static_cast< std::uint8_t >( depth );
-   directory_.unite( hash, merged );
+   if ( line.isNothing() || ( !buddy.isNothing() && buddy.capacity > line.capacity ) ) {
+      std::swap( line, buddy );
+   }
+   if ( !buddy.isNothing() && line.capacity < total ) { resize( line, total, watchers ); }
+   buddy.eachLive( [&]( unsigned slot ) { moveNode( buddy, slot, line, watchers ); } );
+   Elements::release( buddy );
+   --line.depth;
+   return true;
+}
+
+/// The leaf for `hash` and the one that is the other half of the same become one, if they are
+/// small. Asking costs a walk through the directory.
+template< class K, class V, class Traits >
+bool HashStore< K, V, Traits >::uniteLeaves( std::uint64_t hash, Watchers watchers ) {
+   HashLeaf & leaf = *directory_.leafOf( hash );
+   HashLeaf * const buddy = directory_.buddyOf( hash );
+   if ( !buddy || !HashLeaf::canBeWhole( leaf, *buddy ) ) { return false; }
+   const bool isOne = hash << ( leaf.depth - 1 ) >> 63;
+   auto whole = isOne ? HashLeaf::whole( *buddy, leaf ) : HashLeaf::whole( leaf, *buddy );
+   for ( HashLeaf * const part : { &leaf, buddy } ) {
+      forgetPlaces( *part, watchers );
+      HashLeaf::destroy( part );
+   }
+   directory_.unite( hash, whole.release() );
    return true;
 }
 
@@ -260,51 +298,47 @@ auto HashStore< K, V, Traits >::extract( const std::optional< K > & from,
    const std::uint64_t first = from ? hashOf( *from ) : 0;
    const std::uint64_t last = to ? hashOf( *to ) : ~std::uint64_t{ 0 };
    for ( std::uint64_t at = first; size_ != 0; ) {
-      HashLeaf * const leaf = directory_.leafOf( at );
-      const std::uint64_t span = leaf->depth == 64 ? 0 : ~std::uint64_t{ 0 } >> leaf->depth;
-      const std::uint64_t leafFirst = at & ~span;
-      const std::uint64_t leafLast = at | span;
-      const bool whole = ( !from || leafFirst > first ) && ( !to || leafLast < last );
-      if ( leaf->isTree || leaf->capacity != 0 ) {
+      Line & line = lineOf( at );
+      const std::uint64_t span = line.depth == 64 ? 0 : ~std::uint64_t{ 0 } >> line.depth;
+      const std::uint64_t lineFirst = at & ~span;
+      const std::uint64_t lineLast = at | span;
+      const bool whole = ( !from || lineFirst > first ) && ( !to || lineLast < last );
+      if ( line.isTree || line.capacity != 0 ) {
          if ( whole ) {
-            size_ -= leaf->isTree ? treeOf( leaf )->elements.size() : countOf( leaf );
-            forgetPlaces( leaf, watchers );
-            directory_.replace( at, HashDirectory::emptyLeaf( leaf->depth ) );
-            out.add( leaf );
-         } else if ( leaf->isTree ) {
-            extractFrom( *treeOf( leaf ), from, to, out );
+            const std::size_t count = line.isTree ? Tree::of( line ).elements.size() : line.count;
+            forgetPlaces( line, watchers );
+            out.take( line );
+            size_ -= count;
+         } else if ( line.isTree ) {
+            extractFromTree( Tree::of( line ), from, to, out );
          } else {
-            extractFrom( *segmentOf( leaf ), from, to, out, watchers );
+            extractFrom( line, from, to, out, watchers );
          }
          tidy( at, watchers );
       }
-      if ( leafLast >= last ) { break; }
-      at = leafLast + 1;
+      if ( lineLast >= last ) { break; }
+      at = lineLast + 1;
    }
    return out;
 }
 
 template< class K, class V, class Traits >
-void HashStore< K, V, Traits >::extractFrom( Segment & segment, const std::optional< K > & from,
+void HashStore< K, V, Traits >::extractFrom( Line & line, const std::optional< K > & from,
                                              const std::optional< K > & to, Remains & out,
                                              Watchers watchers ) {
-   Segment * taken = nullptr;
-   segment.eachLive( [&]( unsigned slot ) {
-      Node & node = *segment.at( slot );
-      const K & key = node.fwkKey();
+   Line * taken = nullptr;
+   line.eachLive( [&]( unsigned slot ) {
+      const K & key = Elements::at( line, slot )->fwkKey();
       if ( ( from && isBefore( key, *from ) ) || ( to && !isBefore( key, *to ) ) ) { return; }
-      if ( !taken ) {
-         taken = Segment::create( segment.count, 0 );
-         out.add( taken );
-      }
-      dropSlot( segment, &node );
-      moveNode( node, *taken, 0, watchers );
+      if ( !taken ) { taken = &out.addLine( line.count ); }
+      moveNode( line, slot, *taken, watchers );
+      --size_;
    } );
 }
 
 template< class K, class V, class Traits >
-void HashStore< K, V, Traits >::extractFrom( Tree & tree, const std::optional< K > & from,
-                                             const std::optional< K > & to, Remains & out ) {
+void HashStore< K, V, Traits >::extractFromTree( Tree & tree, const std::optional< K > & from,
+                                                 const std::optional< K > & to, Remains & out ) {
    // The tree's hash is at the edge of the range, or beyond it; the keys decide only at the edge.
    auto & elements = tree.elements;
    auto at = !from || tree.hash > hashOf( *from ) ? elements.begin()
@@ -314,10 +348,9 @@ void HashStore< K, V, Traits >::extractFrom( Tree & tree, const std::optional< K
                     : tree.hash == hashOf( *to )     ? elements.lower_bound( *to )
                                                      : elements.begin();
    if ( at == end || at == elements.end() || end == elements.begin() ) { return; }
-   Tree * const taken = new Tree( tree.hash, 0 );
-   out.add( taken );
+   Tree & taken = out.addTree( tree.hash );
    while ( at != end ) {
-      taken->elements.insert( taken->elements.end(), elements.extract( at++ ) );
+      taken.elements.insert( taken.elements.end(), elements.extract( at++ ) );
       --size_;
    }
 }

@@ -3,14 +3,14 @@
 #include <set>
 
 #include "Quon/KeyTraits.h"
-#include "Quon/detail/HashDirectory.h"
+#include "Quon/detail/HashLine.h"
 
 namespace Quon::detail {
 
-/// Where elements go whose hashes are fully equal and too many for a segment: a balanced tree by
+/// Where elements go whose hashes are fully equal and too many for a line: a balanced tree by
 /// key. Hash functions that bring this about make the collection logarithmic, no worse.
 template< class Node, class Traits >
-struct HashTree : HashLeaf {
+struct HashTree {
    /// Orders elements and probes by key.
    struct Before {
       using is_transparent = void;
@@ -26,10 +26,10 @@ struct HashTree : HashLeaf {
    };
    using Elements = std::set< Node, Before >;
 
-   HashTree( std::uint64_t theHash, unsigned theDepth ) : hash( theHash ) {
-      depth = static_cast< std::uint8_t >( theDepth );
-      isTree = true;
-      overflow[0] = 0xff; // sends every look-up that comes by to the elements
+   explicit HashTree( std::uint64_t theHash ) : hash( theHash ) {}
+
+   static HashTree & of( const HashLine & line ) {
+      return *static_cast< HashTree * >( line.elements );
    }
 
    /// The set is ordered by the key alone, which nobody changes.
