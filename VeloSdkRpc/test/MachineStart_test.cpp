@@ -133,7 +133,9 @@ TYPED_TEST( MachineStartTest, BothFactoriesTurnNotificationsOn ) {
       this->sm = factory( *this, this->control( kSynchronous ) );
       EXPECT_TRUE( this->sm->hasNotificationActive() );
       EXPECT_TRUE( this->root().hasNotificationActive() );
-      EXPECT_TRUE( this->child( "p0" )->hasNotificationActive() );
+      const auto child = this->child( "p0" );
+      ASSERT_TRUE( child );
+      EXPECT_TRUE( child->hasNotificationActive() );
    }
 }
 
