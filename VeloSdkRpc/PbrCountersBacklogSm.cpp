@@ -144,11 +144,11 @@ void PbrCountersBacklogSm::outputReconciled( const char * name, Reconciled & out
       auto run = output.deletionScan( collection, synchronous(), del );
       broken = run.broken;
       if ( output.task() ) { output.task()->taskWorkCountInc( run.items ); }
-      if ( run.end == run.overtaken ) {
+      if ( run.end == detail::DeletionScanEnd::overtaken ) {
          broken.rethrow();
          return;
       }
-      if ( run.end == run.yielded ) {
+      if ( run.end == detail::DeletionScanEnd::yielded ) {
          LUMO_TRACE( traceHandle(), 9,
                      "Yielding in reconciliation processing after processing {} items, including "
                      "{} deletions .",

@@ -9,6 +9,9 @@
 
 namespace VeloSdkRpc::detail {
 
+/// How a run of the deletion scan ended.
+enum class DeletionScanEnd : std::uint8_t { done, yielded, overtaken };
+
 /// An output of a state machine that may hold entries of a previous life: what the first scan does
 /// not write again is deleted afterwards.
 ///
@@ -52,11 +55,11 @@ class ReconciledOutput {
       task_ = nullptr;
    }
 
-   /// What one run of the deletion scan did, and how it ended.
+   /// What one run of the deletion scan did.
    struct Run {
       std::size_t items = 0;
       std::size_t deletions = 0;
-      enum { done, yielded, overtaken } end = done;
+      DeletionScanEnd end = DeletionScanEnd::done;
       FirstException broken; ///< To be rethrown when the run has been accounted for.
    };
 
@@ -74,7 +77,7 @@ class ReconciledOutput {
             run.broken.guard( [&] { del( key ); } );
             ++run.deletions;
             if ( !reconciling_ ) {
-               run.end = Run::overtaken;
+               run.end = DeletionScanEnd::overtaken;
                return run;
             }
          }
@@ -83,7 +86,7 @@ class ReconciledOutput {
          if ( at && !synchronous && task_ &&
               ( !task_->taskCurrentlyRunning() || task_->taskShouldYield() ) ) {
             bookmark_ = at.key();
-            run.end = Run::yielded;
+            run.end = DeletionScanEnd::yielded;
             return run;
          }
       }
