@@ -17,8 +17,7 @@ namespace Quon::detail {
 /// A line fills all the slots whose hashes it stands for, so that dividing it rewrites a few slots.
 /// Lines lie close together, and a slot is one byte: of a million elements the part that every
 /// look-up goes through is 5 MB, in a thousand pieces. If each line lay beside its elements, it
-/// would be scattered over the whole heap, and look-ups would miss the address translation cache
-/// twice.
+/// would be scattered over the whole heap.
 ///
 /// A leaf is made for a number of lines and of slots. When it needs more, or much less, another one
 /// takes its place; this copies 16 KB at most, and puts the lines in order: new ones are behind the
