@@ -68,13 +68,13 @@ void PbrCountersBacklog::processItem( std::uint64_t, const PbrCounters & c ) {
       // If everything was filed anew meanwhile, the table says what is novel now.
       if ( novel && filings == filings_ ) { shortKeys_->novelKeyIs( key ); }
    };
-   LUMO_TRACE( trace(), 7, "Processing short key {} with flags {}", key, flags );
-   if ( flags.encodeLongKey() && flags.deleteKey() ) {
-      LUMO_TRACE( trace(), 7, "coalesced a new key and a deleted key: ignoring" );
-      return;
-   }
-   if ( !consumer ) { return notTold(); } // Taken away during a run.
-   try {
+   try { // Also what a trace sink throws.
+      LUMO_TRACE( trace(), 7, "Processing short key {} with flags {}", key, flags );
+      if ( flags.encodeLongKey() && flags.deleteKey() ) {
+         LUMO_TRACE( trace(), 7, "coalesced a new key and a deleted key: ignoring" );
+         return;
+      }
+      if ( !consumer ) { return notTold(); } // Taken away during a run.
       consumer->appendItem( c, flags );
    } catch ( ... ) {
       notTold();

@@ -1,5 +1,7 @@
 #include "VeloSdkRpc/test/BacklogTest.h"
 
+#include <stdexcept>
+
 /// Draining runs, with consumers that behave and others.
 
 namespace VeloSdkRpc::test {
@@ -145,6 +147,34 @@ TEST_F( BacklogRunTest, ABookmarkBehindTheLastKeyStartsFromTheFirst ) {
    goesOnWithoutTheThird( order );
    EXPECT_THAT( consumer->keys(), ElementsAre( order[0] ) );
    EXPECT_FALSE( backlog->bookmark() );
+}
+
+/// Throws whatever it is to write down.
+class BrokenSink final : public Lumo::TraceSink {
+ public:
+   BrokenSink() { Lumo::traceLevelsIs( "PbrCountersBacklog", Lumo::traceLevels( 7 ) ); }
+   ~BrokenSink() override { Lumo::traceSinkIs( before_ ); }
+   BrokenSink( const BrokenSink & ) = delete;
+   BrokenSink & operator=( const BrokenSink & ) = delete;
+
+   void emit( const Lumo::TraceRecord & ) override { throw std::runtime_error( "no space left" ); }
+
+ private:
+   const Lumo::TraceLevelsScope levelsBefore_;
+   Lumo::TraceSink * const before_ = Lumo::traceSinkIs( this );
+};
+
+TEST_F( BacklogRunTest, ATraceSinkThatThrowsLosesNeitherTheRecordNorItsNovelty ) {
+   watch();
+   table->novelKeyIs( 7 );
+   file( { 7 } );
+   {
+      const BrokenSink sink;
+      EXPECT_THROW( run(), std::runtime_error );
+   }
+   EXPECT_THAT( consumer->items, IsEmpty() );
+   EXPECT_THAT( pending(), ElementsAre( 7 ) );
+   EXPECT_TRUE( table->novelKey()[7] );
 }
 
 TEST_F( BacklogRunTest, EverySliceDeliversAtLeastOneRecord ) {
