@@ -10,10 +10,12 @@
 #include "agent/TextLineFormat.h"
 #include "agent/TreeWriter.h"
 #include "agent/nftables/NftSource.h"
+#include "agent/rpc/RpcServer.h"
 
 #include <asio/steady_timer.hpp>
 #include <cerrno>
 #include <cstring>
+#include <exception>
 #include <memory>
 #include <stdexcept>
 
@@ -42,6 +44,9 @@ std::unique_ptr< LineFormat > formatFor( const Options & options ) {
    return std::make_unique< JsonLineFormat >();
 }
 
+/// How long the calls in progress have to end, once the agent is asked to.
+constexpr std::chrono::seconds kShutdownGrace{ 5 };
+
 class Agent final : public SourceListener {
  public:
    Agent( const Options & options, const StopSignals & stopSignals, int outputFd );
@@ -49,6 +54,10 @@ class Agent final : public SourceListener {
    void run();
 
  private:
+   void begin();
+   /// The loop goes on until every call has been answered.
+   void end();
+
    std::unique_ptr< Source > sourceFor( const Options & options );
 
    void changesFound( CounterChanges changes ) override { writer_->apply( std::move( changes ) ); }
@@ -74,23 +83,27 @@ class Agent final : public SourceListener {
    const Lumo::Ptr< StreamFrontend > frontend_;
    const Lumo::Ptr< TreeWriter > writer_;
    const std::unique_ptr< Source > source_;
+   asio::steady_timer duration_;
+   std::unique_ptr< RpcServer > server_;
+   bool ending_ = false;
 };
 
 Agent::Agent( const Options & options, const StopSignals & stopSignals, int outputFd )
    : options_( options ),
      format_( formatFor( options ) ),
      loop_( *scheduler_ ),
-     output_( outputFd, stopSignals.fd(), [this] { loop_.stop(); } ),
+     output_( outputFd, stopSignals.fd(), [this] { end(); } ),
      root_( Lumo::makeNode< TreeWriter::Root >() ),
      managers_( root_ ),
      frontend_( Lumo::makeNode< StreamFrontend >( *format_, output_ ) ),
      writer_( Lumo::makeNode< TreeWriter >(
         *scheduler_, root_, [this] { source_->changesApplied(); },
         [this]( const std::string & what ) { noted( what ); } ) ),
-     source_( sourceFor( options ) ) {
-   loop_.stopWhenReadable( stopSignals.fd() );
+     source_( sourceFor( options ) ),
+     duration_( loop_.context() ) {
+   loop_.whenReadable( stopSignals.fd(), [this] { end(); } );
    if ( options.maxRecords ) {
-      frontend_->maxRecordsAre( *options.maxRecords, [this] { loop_.stop(); } );
+      frontend_->maxRecordsAre( *options.maxRecords, [this] { end(); } );
    }
 }
 
@@ -101,19 +114,39 @@ std::unique_ptr< Source > Agent::sourceFor( const Options & options ) {
    return std::make_unique< SyntheticSource >( loop_, *this, options.synthetic );
 }
 
-void Agent::run() {
-   asio::steady_timer end( loop_.context() );
-   {
-      const velo::sdk_scoped_lock lock;
-      managers_.mount();
-      managers_.pbrCounters().startWatching( frontend_ );
-      source_->start();
-      if ( options_.duration ) {
-         end.expires_after( *options_.duration );
-         end.async_wait( [this]( const std::error_code & ) { loop_.stop(); } );
-      }
+void Agent::begin() {
+   const velo::sdk_scoped_lock lock;
+   if ( !options_.rpc.listen.empty() ) {
+      server_ = std::make_unique< RpcServer >( options_.rpc, std::vector< grpc::Service * >{} );
    }
-   loop_.run();
+   managers_.mount();
+   managers_.pbrCounters().startWatching( frontend_ );
+   source_->start();
+   if ( options_.duration ) {
+      duration_.expires_after( *options_.duration );
+      duration_.async_wait( EventLoop::locked( [this]( const std::error_code & ) { end(); } ) );
+   }
+   if ( server_ ) { server_->servingIs( true ); }
+}
+
+void Agent::end() {
+   if ( std::exchange( ending_, true ) ) { return; }
+   if ( !server_ ) { return loop_.stop(); }
+   server_->servingIs( false );
+   server_->shutdown( std::chrono::system_clock::now() + kShutdownGrace, [this] { loop_.stop(); } );
+}
+
+void Agent::run() {
+   std::exception_ptr failure;
+   try {
+      begin();
+      loop_.run();
+   } catch ( ... ) {
+      failure = std::current_exception();
+      end();
+      loop_.run();
+   }
+   if ( failure ) { std::rethrow_exception( failure ); }
    output_.flush();
    if ( output_.error() != 0 && output_.error() != ECANCELED ) {
       throw std::runtime_error( std::string( "cannot write to standard output: " ) +

@@ -11,15 +11,16 @@ EventLoop::EventLoop( Lumo::Ptr< Oru::TaskScheduler > scheduler )
 
 EventLoop::~EventLoop() {
    scheduler_->wakeUpIs( {} );
-   if ( stopDescriptor_.is_open() ) { stopDescriptor_.release(); }
+   if ( watched_.is_open() ) { watched_.release(); }
 }
 
-void EventLoop::stopWhenReadable( int fd ) {
-   stopDescriptor_.assign( fd );
-   stopDescriptor_.async_wait( asio::posix::stream_descriptor::wait_read,
-                               locked( [this]( const std::error_code & error ) {
-                                  if ( !error ) { stop(); }
-                               } ) );
+void EventLoop::whenReadable( int fd, std::function< void() > readable ) {
+   watched_.assign( fd );
+   watched_.async_wait(
+      asio::posix::stream_descriptor::wait_read,
+      locked( [readable = std::move( readable )]( const std::error_code & error ) {
+         if ( !error ) { readable(); }
+      } ) );
 }
 
 void EventLoop::run() {

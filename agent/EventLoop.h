@@ -20,6 +20,7 @@
 #include <asio/io_context.hpp>
 #include <asio/posix/stream_descriptor.hpp>
 #include <asio/post.hpp>
+#include <functional>
 #include <utility>
 
 namespace VeloAgent {
@@ -49,8 +50,8 @@ class EventLoop {
       asio::post( context_, locked( std::move( work ) ) );
    }
 
-   /// Ends the loop when `fd` becomes readable. Takes nothing out of it.
-   void stopWhenReadable( int fd );
+   /// Calls `readable` once, when `fd` is readable. Takes nothing out of it. One descriptor only.
+   void whenReadable( int fd, std::function< void() > readable );
 
    /// Runs until stop(). What a handler throws comes out here; run() may then be called again.
    void run();
@@ -64,7 +65,7 @@ class EventLoop {
 
    Lumo::Ptr< Oru::TaskScheduler > scheduler_;
    asio::io_context context_;
-   asio::posix::stream_descriptor stopDescriptor_{ context_ };
+   asio::posix::stream_descriptor watched_{ context_ };
    bool turnPosted_ = false; ///< Or in progress. Only touched under the SDK lock.
 };
 

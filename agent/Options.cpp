@@ -70,6 +70,8 @@ class Parser {
               [this]( std::uint64_t n ) { options_.duration = std::chrono::milliseconds( n ); } );
       number( "--max-records", "N", "End by itself after so many records", 1, UINT64_MAX,
               [this]( std::uint64_t n ) { options_.maxRecords = n; } );
+      text( "--listen", "ADDRESS", "Where to serve clients: unix:PATH (nowhere)",
+            [this]( const std::string & given ) { options_.rpc.listen = given; } );
 
       belongsTo_ = SourceKind::synthetic;
       count( "--policies", "N", "Policy maps (10)", 1, 10'000'000, options_.synthetic.policies );

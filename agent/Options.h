@@ -7,6 +7,7 @@
 
 #include "agent/SyntheticChanges.h"
 #include "agent/nftables/NftTable.h"
+#include "agent/rpc/RpcServerOptions.h"
 
 #include <chrono>
 #include <cstdint>
@@ -29,6 +30,7 @@ struct Options {
    /// End by itself after this time, or after this many records.
    std::optional< std::chrono::milliseconds > duration;
    std::optional< std::uint64_t > maxRecords;
+   RpcServerOptions rpc;
 
    /// Set when the command line asks a question (--help, --version): print this and do nothing
    /// else.

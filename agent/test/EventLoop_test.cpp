@@ -111,7 +111,7 @@ TEST_F( EventLoopTest, NothingIsRunAfterTheStop ) {
 TEST_F( EventLoopTest, AReadableDescriptorEndsItAndStaysReadable ) {
    int pipe[2];
    ASSERT_EQ( ::pipe( pipe ), 0 );
-   loop_.stopWhenReadable( pipe[0] );
+   loop_.whenReadable( pipe[0], [this] { loop_.stop(); } );
    ASSERT_EQ( ::write( pipe[1], "x", 1 ), 1 );
    loop_.run();
    char byte = 0;
