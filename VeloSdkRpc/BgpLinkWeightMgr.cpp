@@ -14,7 +14,7 @@ const Lumo::String overrideName = "bgpLinkWeightSdkOverride";
 bgp_link_weight_mgr::bgp_link_weight_mgr( velo::mount_mgr * mountMgr )
    : velo::mount_handler( mountMgr ) {}
 
-bgp_link_weight_mgr::~bgp_link_weight_mgr() = default;
+bgp_link_weight_mgr::~bgp_link_weight_mgr() { detail::ResyncPass::endAll( resyncMode_ ); }
 
 void bgp_link_weight_mgr::doMounts( const Lumo::Ptr< Keldb::MountGroup > & mounts,
                                     const Lumo::Ptr< QuonSharedMem::MountGroup > & ) {
@@ -25,22 +25,21 @@ void bgp_link_weight_mgr::doMounts( const Lumo::Ptr< Keldb::MountGroup > & mount
 
 void bgp_link_weight_mgr::onMountsComplete( const Lumo::Ptr< Keldb::EntityManager > & entities,
                                             const Lumo::Ptr< QuonSharedMem::EntityManager > & ) {
-   override_ = nullptr;
    const auto directory = Quon::entityCast< Quon::Dir >( entities->getEntity( mountPath ) );
-   if ( !directory ) { return; }
-   override_ = Quon::entityCast< BgpLinkWeightSdkOverride >(
-      directory->createEntity( BgpLinkWeightSdkOverride::kTypeName, overrideName ) );
+   override_ = directory ? Quon::entityCast< BgpLinkWeightSdkOverride >( directory->createEntity(
+                              BgpLinkWeightSdkOverride::kTypeName, overrideName ) )
+                         : nullptr;
 }
 
 void bgp_link_weight_mgr::link_weight_set( velo::intf_id_t intf, std::uint32_t weight ) {
    if ( resyncMode_ ) { resyncSet_.insert( intf ); }
    override_->bgpLinkWeightSdkOverrideEntryIs(
-      Ipnet::IntfId( intf ), Routing::Bgp::BgpLinkWeightSdkOverrideEntry( weight ) );
+      intf, Routing::Bgp::BgpLinkWeightSdkOverrideEntry( weight ) );
 }
 
 void bgp_link_weight_mgr::link_weight_del( velo::intf_id_t intf ) {
    if ( resyncMode_ ) { resyncSet_.erase( intf ); }
-   override_->bgpLinkWeightSdkOverrideEntryDel( Ipnet::IntfId( intf ) );
+   override_->bgpLinkWeightSdkOverrideEntryDel( intf );
 }
 
 void bgp_link_weight_mgr::link_weight_resync_init() {
@@ -50,12 +49,11 @@ void bgp_link_weight_mgr::link_weight_resync_init() {
 
 void bgp_link_weight_mgr::link_weight_resync_complete() {
    detail::requireResync( resyncMode_ );
+   const auto weights = override_;
    detail::deleteWhatWasNotSent(
-      resyncMode_, resyncSet_, override_->bgpLinkWeightSdkOverrideEntry(),
+      resyncMode_, resyncSet_, weights->bgpLinkWeightSdkOverrideEntry(),
       []( Ipnet::IntfId intf ) { return velo::intf_id_t( intf ); },
-      [this]( velo::intf_id_t intf ) {
-         override_->bgpLinkWeightSdkOverrideEntryDel( Ipnet::IntfId( intf ) );
-      } );
+      [&weights]( velo::intf_id_t intf ) { weights->bgpLinkWeightSdkOverrideEntryDel( intf ); } );
 }
 
 } // namespace VeloSdkRpc

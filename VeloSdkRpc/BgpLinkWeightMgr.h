@@ -21,10 +21,11 @@ namespace VeloSdkRpc {
 ///
 /// Owner      the agent
 /// Thread     event loop only, after the mounts are complete
-/// Re-entry   who watches the weights may call anything here when told of a change, but not destroy
-///            this object. In the middle of `link_weight_resync_complete` a weight that is set
-///            stays, and a new `link_weight_resync_init` counts nothing as sent that was sent
-///            before
+/// Re-entry   who watches the weights may call anything here when told of a change, and destroy
+/// this
+///            object. In the middle of `link_weight_resync_complete` a weight that is set stays, a
+///            new `link_weight_resync_init` counts nothing as sent that was sent before, and a
+///            `link_weight_resync_complete` ends the bracket; one begun after that is another
 /// Invariant  outside of a resync bracket the resync set is empty
 class VELO_SDK_RPC_EXPORT bgp_link_weight_mgr : public velo::mount_handler {
  public:
@@ -48,8 +49,8 @@ class VELO_SDK_RPC_EXPORT bgp_link_weight_mgr : public velo::mount_handler {
                   const Lumo::Ptr< QuonSharedMem::MountGroup > & sharedMemMounts ) override;
 
    /// Takes the weights from the mounted directory, where they are made if they are not there. If
-   /// the directory is missing or no directory, `override` is null and nothing else may be called.
-   /// Errors: `Quon::EntityTypeException` if something else is there under their name.
+   /// the directory is missing or no directory, or something else is there under their name,
+   /// `override` is null and nothing else may be called.
    void
    onMountsComplete( const Lumo::Ptr< Keldb::EntityManager > & entities,
                      const Lumo::Ptr< QuonSharedMem::EntityManager > & sharedMemEntities ) override;

@@ -11,9 +11,9 @@ const Lumo::String configPath = "routing/rib/fibOverride/config";
 
 fib_override_mgr::fib_override_mgr( velo::mount_mgr * mountMgr,
                                     const Lumo::String & mountPointName )
-   : velo::mount_handler( mountMgr, mountPointName ) {}
+   : velo::mount_handler( mountMgr, Quon::checkedPathStep( mountPointName ) ) {}
 
-fib_override_mgr::~fib_override_mgr() = default;
+fib_override_mgr::~fib_override_mgr() { detail::ResyncPass::endAll( resyncMode_ ); }
 
 Lumo::String fib_override_mgr::getMountPath() const {
    return configPath + "/" + get_mount_point_name();
@@ -54,10 +54,11 @@ void fib_override_mgr::via_override_resync_init() {
 
 void fib_override_mgr::via_override_resync_complete() {
    detail::requireResync( resyncMode_ );
+   const auto config = config_;
    detail::deleteWhatWasNotSent(
-      resyncMode_, resyncSet_, config_->viaOverride(),
+      resyncMode_, resyncSet_, config->viaOverride(),
       []( const FibOverrideViaMatcher & matcher ) { return matcher; },
-      [this]( const FibOverrideViaMatcher & matcher ) { config_->viaOverrideDel( matcher ); } );
+      [&config]( const FibOverrideViaMatcher & matcher ) { config->viaOverrideDel( matcher ); } );
 }
 
 } // namespace VeloSdkRpc

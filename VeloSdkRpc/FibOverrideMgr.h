@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string_view>
 #include <unordered_set>
 
 #include "Lumo/String.h"
@@ -25,10 +26,11 @@ namespace VeloSdkRpc {
 ///
 /// Owner      the agent
 /// Thread     event loop only, after the mounts are complete
-/// Re-entry   who watches the configuration may call anything here when told of a change, but not
-///            destroy this object. In the middle of `via_override_resync_complete` a via that is
-///            set stays, and a new `via_override_resync_init` counts nothing as sent that was sent
-///            before
+/// Re-entry   who watches the configuration may call anything here when told of a change, and
+/// destroy
+///            this object. In the middle of `via_override_resync_complete` a via that is set stays,
+///            a new `via_override_resync_init` counts nothing as sent that was sent before, and a
+///            `via_override_resync_complete` ends the bracket; one begun after that is another
 /// Invariant  outside of a resync bracket the resync set is empty
 class VELO_SDK_RPC_EXPORT fib_override_mgr : public velo::mount_handler {
  public:
@@ -43,9 +45,15 @@ class VELO_SDK_RPC_EXPORT fib_override_mgr : public velo::mount_handler {
       }
    };
 
-   /// Registers with `mountMgr` under `mountPointName`, which is not empty and not taken. The state
-   /// database must keep the type of `getMountPath()`.
-   fib_override_mgr( velo::mount_mgr * mountMgr, const Lumo::String & mountPointName );
+   /// The name of a manager that is given none.
+   static constexpr std::string_view kDefaultMountPointName = "sdk";
+
+   /// Registers with `mountMgr` under `mountPointName`, one step of a path. The state database must
+   /// have a configuration at `getMountPath()` or keep the type of that path. Errors:
+   /// `velo::mount_protocol_error` for a name that is taken, and the range error for one that is
+   /// empty or has a slash in it.
+   explicit fib_override_mgr( velo::mount_mgr * mountMgr,
+                              const Lumo::String & mountPointName = kDefaultMountPointName );
 
    /// Writes nothing: the overrides stay.
    ~fib_override_mgr() override;

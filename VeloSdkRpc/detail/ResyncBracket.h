@@ -18,24 +18,61 @@ inline void requireResync( bool resyncMode ) {
    if ( !resyncMode ) { velo::panic( velo::configuration_error( kResyncNotInitialized ) ); }
 }
 
+/// A completion in progress, known by the mode that it is about. What happens inside of it may end
+/// it: another completion of the same bracket, or the end of the manager. From then on it must not
+/// touch the manager: the bracket, if there is one, is not the one that it was called for.
+///
+/// Thread     event loop only
+/// Invariant  those in progress are nested, innermost first
+class ResyncPass {
+ public:
+   explicit ResyncPass( const bool & resyncMode ) : resyncMode_( resyncMode ) {
+      endAll( resyncMode );
+      innermost_ = this;
+   }
+   ~ResyncPass() { innermost_ = around_; }
+   ResyncPass( const ResyncPass & ) = delete;
+   ResyncPass & operator=( const ResyncPass & ) = delete;
+
+   bool over() const { return over_; }
+
+   /// Ends those that are about `resyncMode`. For destructors of managers.
+   static void endAll( const bool & resyncMode ) {
+      for ( ResyncPass * pass = innermost_; pass; pass = pass->around_ ) {
+         if ( &pass->resyncMode_ == &resyncMode ) { pass->over_ = true; }
+      }
+   }
+
+ private:
+   static inline ResyncPass * innermost_ = nullptr;
+
+   const bool & resyncMode_;
+   ResyncPass * const around_ = innermost_;
+   bool over_ = false;
+};
+
 /// Calls `del` for every key in `entries` that is not in `sent`, then empties `sent` and leaves the
 /// resync mode. O(entries).
 ///
-/// Whoever is told of a deletion may call the manager, or change `entries`. What it sets through
-/// the manager enters `sent` and stays; when it completes the bracket itself, that is the end of
-/// this pass too. If it throws, the pass goes on, and the first exception leaves when all is done.
+/// Whoever is told of a deletion may call the manager, destroy it, or change `entries`, which the
+/// caller keeps alive. What it sets through the manager enters `sent` and stays; when it completes
+/// the bracket itself, that is the end of this pass too. If it throws, the pass goes on, and the
+/// first exception leaves when all is done.
 template< class Sent, class Entries, class KeyFrom, class Delete >
 void deleteWhatWasNotSent( bool & resyncMode, Sent & sent, const Entries & entries,
                            const KeyFrom & keyFrom, const Delete & del ) {
    FirstException failure;
-   for ( auto at = entries.iterator(); at && resyncMode; at.advance() ) {
+   const ResyncPass pass( resyncMode );
+   for ( auto at = entries.iterator(); at && !pass.over(); at.advance() ) {
       const typename Sent::key_type key = keyFrom( at.key() );
       if ( !sent.contains( key ) ) {
          failure.guard( [&] { del( key ); } );
       }
    }
-   sent.clear();
-   resyncMode = false;
+   if ( !pass.over() ) {
+      sent.clear();
+      resyncMode = false;
+   }
    failure.rethrow();
 }
 

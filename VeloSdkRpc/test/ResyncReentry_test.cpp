@@ -4,6 +4,7 @@
 
 #include <functional>
 #include <stdexcept>
+#include <string>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -33,6 +34,13 @@ class ResyncReentry : public testing::Test {
    void atTheFirstRemoval( const std::function< void( std::uint32_t ) > & work ) {
       watcher_.then = [this, work]( const Lumo::Notification & change ) {
          watcher_.then = nullptr;
+         work( mgr.number( change.key ) );
+      };
+   }
+
+   /// `work` is done whenever a change is told.
+   void atEveryChange( const std::function< void( std::uint32_t ) > & work ) {
+      watcher_.then = [this, work]( const Lumo::Notification & change ) {
          work( mgr.number( change.key ) );
       };
    }
@@ -90,6 +98,48 @@ TYPED_TEST( ResyncReentry, CompletingEndsTheBracketOnce ) {
    } );
    this->mgr.complete();
    EXPECT_EQ( this->mgr.contents(), this->whatWasSentAnd( { { 500, 5 } } ) );
+}
+
+TYPED_TEST( ResyncReentry, ABracketThatIsBegunAfterCompletingIsAnotherOne ) {
+   this->atTheFirstRemoval( [&]( std::uint32_t ) {
+      this->mgr.complete();
+      this->mgr.init();
+      this->mgr.set( 500, 5 );
+   } );
+   this->mgr.complete();
+   EXPECT_EQ( this->mgr.contents(), this->whatWasSentAnd( { { 500, 5 } } ) );
+   this->mgr.complete();
+   EXPECT_THAT( this->mgr.contents(), ElementsAre( Pair( 500, 5 ) ) );
+}
+
+TYPED_TEST( ResyncReentry, TheManagerMayBeDestroyed ) {
+   this->atTheFirstRemoval( [&]( std::uint32_t ) { this->mgr.destroyMgr(); } );
+   this->mgr.complete();
+   EXPECT_EQ( this->mgr.size(), this->kAll - 1 ) << "the pass ends with its manager";
+}
+
+TYPED_TEST( ResyncReentry, TheManagerMayBeDestroyedByWhoeverIsToldOfOneChange ) {
+   this->mgr.complete();
+   this->atTheFirstRemoval( [&]( std::uint32_t ) { this->mgr.destroyMgr(); } );
+   this->mgr.del( 3 );
+   EXPECT_EQ( this->mgr.size(), this->kSent - 1 );
+}
+
+TYPED_TEST( ResyncReentry, OfManySubscribersThatThrowTheFirstOneIsHeard ) {
+   unsigned removals = 0;
+   this->atEveryChange(
+      [&]( std::uint32_t ) { throw std::runtime_error( std::to_string( ++removals ) ); } );
+   EXPECT_THAT( [&] { this->mgr.complete(); },
+                testing::ThrowsMessage< std::runtime_error >( "1" ) );
+   EXPECT_EQ( removals, this->kAll - this->kSent );
+   EXPECT_EQ( this->mgr.contents(), this->whatWasSentAnd() );
+}
+
+TYPED_TEST( ResyncReentry, WhatASubscriberThrewAtCountsAsSentNevertheless ) {
+   this->atEveryChange( []( std::uint32_t ) { throw std::runtime_error( "broken" ); } );
+   EXPECT_THROW( this->mgr.set( 50, 51 ), std::runtime_error );
+   EXPECT_THROW( this->mgr.complete(), std::runtime_error );
+   EXPECT_EQ( this->mgr.contents(), this->whatWasSentAnd( { { 50, 51 } } ) );
 }
 
 TYPED_TEST( ResyncReentry, BeginningAgainCountsNothingAsSentFromThereOn ) {

@@ -102,12 +102,27 @@ TEST_F( BgpLinkWeightMgr, LetsGoOfTheWeightsThatItHadBefore ) {
    EXPECT_EQ( before->references(), 2U );
 }
 
-TEST_F( BgpLinkWeightMgr, SomethingElseUnderTheNameOfTheWeightsIsAnError ) {
+TEST_F( BgpLinkWeightMgr, SomethingElseUnderTheNameOfTheWeightsCountsAsAbsentAndStopsNobody ) {
    const auto present = Lumo::makeNode< Quon::Dir >();
-   present->createEntity( FibOverrideConfig::kTypeName, kName );
+   const auto somethingElse = present->createEntity( FibOverrideConfig::kTypeName, kName );
    database.entities->entityIs( kPath, present );
-   EXPECT_THROW( database.mounts.mountAll(), Quon::EntityTypeException );
+   const fib_override_mgr next( &database.mounts, "te" );
+   database.keepsFibOverrideConfigAt( next.getMountPath() );
+   database.mounts.mountAll();
    EXPECT_EQ( mgr.override(), nullptr );
+   EXPECT_EQ( somethingElse->references(), 2U ); // the directory's and this one
+   EXPECT_NE( next.config(), nullptr );
+}
+
+TEST_F( BgpLinkWeightMgr, AnotherDirectoryTakesThePlaceOfTheOneBefore ) {
+   database.mounts.mountAll();
+   const auto before = mgr.override();
+   const auto others = Lumo::makeNode< Keldb::EntityManager >();
+   others->entityIs( kPath, Lumo::makeNode< Quon::Dir >() );
+   tellComplete( mgr, others );
+   ASSERT_NE( mgr.override(), nullptr );
+   EXPECT_NE( mgr.override(), before );
+   EXPECT_EQ( before->references(), 2U ); // the directory's and this one
 }
 
 TEST_F( BgpLinkWeightMgr, WritesEveryInterfaceAndWeightAsItIs ) {
@@ -197,6 +212,35 @@ TEST_F( FibOverrideMgr, TwoOfThemCannotHaveOneName ) {
    EXPECT_THROW( fib_override_mgr( &database.mounts, "te" ), velo::mount_protocol_error );
 }
 
+TEST_F( FibOverrideMgr, ItsNameIsOneStepOfAPath ) {
+   for ( const char * name : { "", "a/b", "/" } ) {
+      EXPECT_THROW( fib_override_mgr( &database.mounts, name ), Quon::RangeException ) << name;
+   }
+}
+
+TEST_F( FibOverrideMgr, HasAnOrdinaryNameWhereNoneIsGiven ) {
+   const fib_override_mgr nameless( &database.mounts );
+   EXPECT_EQ( nameless.getMountPath(), "routing/rib/fibOverride/config/sdk" );
+   EXPECT_THROW( fib_override_mgr( &database.mounts ), velo::mount_protocol_error );
+}
+
+TEST_F( FibOverrideMgr, ABracketMayBeBegunBeforeTheMountsAndMisuseIsAnErrorThen ) {
+   EXPECT_THROW( mgr->via_override_resync_complete(), velo::configuration_error );
+   mgr->via_override_resync_init();
+   mount();
+   mgr->via_override_set( via( 1 ) );
+   mgr->via_override_resync_complete();
+   EXPECT_EQ( mgr->config()->viaOverride().size(), 1U );
+}
+
+TEST_F( FibOverrideMgr, TheDefaultWeightIsTheConfigurationsWhoeverSetIt ) {
+   mount();
+   mgr->config()->ucmpWeightDefaultIs( 9U );
+   EXPECT_EQ( mgr->default_ucmp_weight(), Quon::Optional< std::uint32_t >( 9 ) );
+   mgr->config()->ucmpWeightDefaultIs( {} );
+   EXPECT_EQ( mgr->default_ucmp_weight(), Quon::Optional< std::uint32_t >() );
+}
+
 TEST_F( FibOverrideMgr, TheDefaultWeightIsAbsentUntilItIsSet ) {
    mount();
    EXPECT_EQ( mgr->default_ucmp_weight(), Quon::Optional< std::uint32_t >() );
@@ -220,6 +264,16 @@ TEST_F( FibOverrideMgr, WhatTheConfigurationRefusesTheClientLearns ) {
    mount();
    EXPECT_THROW( mgr->via_override_set( FibOverrideVia() ), Quon::RangeException );
    EXPECT_EQ( mgr->config()->viaOverride().size(), 0U );
+}
+
+TEST_F( FibOverrideMgr, WhatTheConfigurationRefusesCountsAsSentNevertheless ) {
+   mount();
+   mgr->via_override_set( via( 1 ) );
+   mgr->via_override_resync_init();
+   const FibOverrideVia ofNothing( via( 1 ).matcher() );
+   EXPECT_THROW( mgr->via_override_set( ofNothing ), Quon::RangeException );
+   mgr->via_override_resync_complete();
+   EXPECT_EQ( mgr->config()->viaOverride().size(), 1U );
 }
 
 TEST_F( FibOverrideMgr, TheHashOfAMatcherIsTheLowHalfOfItsOwn ) {

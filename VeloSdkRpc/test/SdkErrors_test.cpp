@@ -113,6 +113,18 @@ TYPED_TEST( SdkError, PanicThrowsItAsItIs ) {
    EXPECT_TRUE( caughtAs< TypeParam >( [] { panic( TypeParam( kShort ) ); } ) );
 }
 
+TEST( SdkErrorCopies, HaveEveryMember ) {
+   const invalid_range_error problem( kShort, "weight", 77 );
+   const invalid_range_error copy = problem;
+   invalid_range_error assigned( "other" );
+   assigned = problem;
+   for ( const invalid_range_error & same : { copy, assigned } ) {
+      EXPECT_EQ( same.what(), kShort );
+      EXPECT_EQ( same.argument(), "weight" );
+      EXPECT_EQ( same.value(), 77U );
+   }
+}
+
 static_assert( std::is_abstract_v< error > );
 static_assert( std::is_base_of_v< error, unsupported_error > );
 static_assert( std::is_base_of_v< error, no_scoped_lock_obtained_error > );

@@ -80,6 +80,31 @@ TEST( EntityManager, ReturnsTheEntityAtAPathOrNull ) {
    EXPECT_EQ( entities->getEntity( "routing" ), nullptr );
 }
 
+TEST( EntityManager, APathGoesOnIntoDirectories ) {
+   const auto entities = Lumo::makeNode< EntityManager >();
+   const auto directory = Lumo::makeNode< Quon::Dir >();
+   entities->entityIs( "routing/sdk", directory );
+   const auto inner =
+      Quon::entityCast< Quon::Dir >( directory->createEntity( "Quon::Dir", "bgp" ) );
+   const auto weights = inner->createEntity( "Quon::Dir", "weights" );
+   EXPECT_EQ( entities->getEntity( "routing/sdk/bgp" ), inner );
+   EXPECT_EQ( entities->getEntity( "routing/sdk/bgp/weights" ), weights );
+   for ( const char * nothing : { "routing/sdk/fib", "routing/sdk/bgp/weights/x", "routing/sdk/",
+                                  "routing", "sdk/bgp", "/", "" } ) {
+      EXPECT_EQ( entities->getEntity( nothing ), nullptr ) << nothing;
+   }
+}
+
+TEST( EntityManager, WhatWasPutAtAPathComesBeforeWhatIsInADirectory ) {
+   const auto entities = Lumo::makeNode< EntityManager >();
+   const auto directory = Lumo::makeNode< Quon::Dir >();
+   const auto put = Lumo::makeNode< Quon::Dir >();
+   directory->createEntity( "Quon::Dir", "sdk" );
+   entities->entityIs( "routing", directory );
+   entities->entityIs( "routing/sdk", put );
+   EXPECT_EQ( entities->getEntity( "routing/sdk" ), put );
+}
+
 TEST( EntityManager, KnowsWhatAMountByPathAloneMeans ) {
    const auto entities = Lumo::makeNode< EntityManager >();
    EXPECT_EQ( entities->pathType( "routing" ), nullptr );

@@ -27,12 +27,15 @@ class VELO_PLATFORM_EXPORT Dir final : public PublishingEntity {
 
    const Entities::Members & entity() const { return entities_.members(); }
 
-   /// The entity called `name`; made, with that type, if there is none.
+   /// The entity called `name`, to change it; null if there is none.
+   Entity * entityMutable( const Lumo::String & name ) { return entities_.memberMutable( name ); }
+
+   /// The entity called `name`, whatever its type; made, with the type given, if there is none.
    ///
-   /// Errors: `EntityTypeException` when no entity type is called `typeName`, or when there is an
-   /// entity of that name and it has another type; the range error for a name that is empty, has a
-   /// slash in it or is longer than a string attribute may be. Nothing is changed then. An
-   /// exception of a subscriber passes through; the entity is there.
+   /// Errors, when it is to be made: `EntityTypeException` when no entity type is called
+   /// `typeName`; the range error for a name that is empty, has a slash in it or is longer than a
+   /// string attribute may be. Nothing is changed then. An exception of a subscriber passes
+   /// through; the entity is there.
    Lumo::Ptr< Entity > createEntity( const Lumo::String & typeName, const Lumo::String & name );
 
    /// No effect if there is none.

@@ -10,7 +10,7 @@ namespace velo {
 
 /// Identifies an interface toward SDK clients. One-to-one with the state database's identifier:
 ///
-///    Ipnet::IntfId( id )  and  intf_id_t( ipnetId )
+///    Ipnet::IntfId ipnetId = id;  and  intf_id_t( ipnetId )
 ///
 /// Every 64-bit number is one.
 class intf_id_t {
@@ -19,7 +19,7 @@ class intf_id_t {
    explicit intf_id_t( std::uint64_t value ) : value_( value ) {}
    explicit intf_id_t( Ipnet::IntfId id ) : value_( id.value() ) {}
 
-   explicit operator Ipnet::IntfId() const { return Ipnet::IntfId( value_ ); }
+   operator Ipnet::IntfId() const { return Ipnet::IntfId( value_ ); }
    std::uint64_t value() const { return value_; }
 
    friend bool operator==( intf_id_t, intf_id_t ) = default;

@@ -57,10 +57,16 @@ void checkTypeCanBeMade( const Keldb::Mount & mount, const Keldb::EntityManager 
    }
 }
 
-/// What a request means: by path alone, what the database keeps for that path.
-const Keldb::Mount & meant( const Keldb::Mount & mount, const Keldb::EntityManager & entities ) {
+/// What a request means: by path alone, what the database keeps for that path or, if it keeps
+/// nothing, the entity that stands there.
+Keldb::Mount meant( const Keldb::Mount & mount, const Keldb::EntityManager & entities ) {
    if ( !mount.byPathAlone() ) { return mount; }
    if ( const Keldb::Mount * kept = entities.pathType( mount.path() ) ) { return *kept; }
+   if ( const auto present = entities.getEntity( mount.path() ) ) {
+      Keldb::Mount asItIs( mount.path(), present->typeData().typeName );
+      asItIs.handleFlags( "w" );
+      return asItIs;
+   }
    throw mount_protocol_error( fmt::format(
       "{} is to be mounted by path alone, but the state database keeps no type for that path",
       mount.path() ) );
@@ -70,7 +76,7 @@ void check( const Keldb::MountGroup & group, const Keldb::EntityManager & entiti
    TypesByPath types;
    for ( const Keldb::Mount & asked : group.mounts() ) {
       checkPath( asked.path() );
-      const Keldb::Mount & mount = meant( asked, entities );
+      const Keldb::Mount mount = meant( asked, entities );
       types.check( mount.path(), mount.entityType() );
       checkFlags( mount );
       checkTypeCanBeMade( mount, entities );

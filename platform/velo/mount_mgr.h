@@ -12,7 +12,8 @@
 namespace velo {
 
 /// The mount protocol was used wrongly: a mistake in the program, found before anything depends on
-/// the mounts. `what()` says what was wrong.
+/// the mounts. `what()` says what was wrong. Not of the family of `velo::error`: no client can do
+/// anything about it.
 class VELO_PLATFORM_EXPORT mount_protocol_error final : public std::logic_error {
  public:
    using std::logic_error::logic_error;

@@ -238,6 +238,15 @@ TEST_F( MountProtocol, AMountByPathAloneHasTheTypeThatTheDatabaseKeeps ) {
    EXPECT_TRUE( Quon::entityCast< Quon::Dir >( entities->getEntity( "routing" ) ) );
 }
 
+TEST_F( MountProtocol, AMountByPathAloneTakesTheEntityThatStandsThereWhereNoTypeIsKept ) {
+   const auto present = Lumo::makeNode< Quon::Dir >();
+   entities->entityIs( "routing", present );
+   const auto asks =
+      handler( "asks", []( auto & group, auto & ) { group.doMountPath( "routing" ); } );
+   mgr->mountAll();
+   EXPECT_EQ( entities->getEntity( "routing" ), present );
+}
+
 TEST_F( MountProtocol, AMountByPathAloneIsRefusedWhereTheDatabaseKeepsNoType ) {
    EXPECT_EQ( refusalOf( []( auto & group, auto & ) { group.doMountPath( "routing" ); } ),
               "routing is to be mounted by path alone, but the state database keeps no type for "
