@@ -4,6 +4,7 @@
 #include "agent/JsonLineFormat.h"
 #include "agent/Managers.h"
 #include "agent/Output.h"
+#include "agent/ProcessScheduler.h"
 #include "agent/StopSignals.h"
 #include "agent/StreamFrontend.h"
 #include "agent/SyntheticSource.h"
@@ -11,6 +12,7 @@
 #include "agent/TreeWriter.h"
 #include "agent/nftables/NftSource.h"
 #include "agent/rpc/RpcServer.h"
+#include "agent/rpc/RpcServices.h"
 
 #include <asio/steady_timer.hpp>
 #include <cerrno>
@@ -22,22 +24,6 @@
 namespace VeloAgent {
 
 namespace {
-
-/// The scheduler of this agent is the one that everybody finds, for as long as the agent runs.
-class ProcessScheduler {
- public:
-   ProcessScheduler() : scheduler_( Lumo::makeNode< Oru::TaskScheduler >() ) {
-      Oru::TaskSchedulerRoot::schedulerIs( scheduler_ );
-   }
-   ~ProcessScheduler() { Oru::TaskSchedulerRoot::schedulerIs( nullptr ); }
-   ProcessScheduler( const ProcessScheduler & ) = delete;
-   ProcessScheduler & operator=( const ProcessScheduler & ) = delete;
-
-   const Lumo::Ptr< Oru::TaskScheduler > & operator*() const { return scheduler_; }
-
- private:
-   Lumo::Ptr< Oru::TaskScheduler > scheduler_;
-};
 
 std::unique_ptr< LineFormat > formatFor( const Options & options ) {
    if ( options.format == OutputFormat::text ) { return std::make_unique< TextLineFormat >(); }
@@ -58,9 +44,12 @@ class Agent final : public SourceListener {
    /// The loop goes on until every call has been answered.
    void end();
 
+   /// Null if counters come from RPC clients only.
    std::unique_ptr< Source > sourceFor( const Options & options );
 
-   void changesFound( CounterChanges changes ) override { writer_->apply( std::move( changes ) ); }
+   void changesFound( CounterChanges changes ) override {
+      writer_->apply( std::move( changes ), [this] { source_->changesApplied(); } );
+   }
    void sourceFailed( const std::string & what, std::chrono::milliseconds retryIn ) override {
       tell( format_->sourceError( what, retryIn ) );
    }
@@ -84,6 +73,7 @@ class Agent final : public SourceListener {
    const Lumo::Ptr< TreeWriter > writer_;
    const std::unique_ptr< Source > source_;
    asio::steady_timer duration_;
+   const RpcServices services_;
    std::unique_ptr< RpcServer > server_;
    bool ending_ = false;
 };
@@ -97,10 +87,10 @@ Agent::Agent( const Options & options, const StopSignals & stopSignals, int outp
      managers_( root_ ),
      frontend_( Lumo::makeNode< StreamFrontend >( *format_, output_ ) ),
      writer_( Lumo::makeNode< TreeWriter >(
-        *scheduler_, root_, [this] { source_->changesApplied(); },
-        [this]( const std::string & what ) { noted( what ); } ) ),
+        *scheduler_, root_, [this]( const std::string & what ) { noted( what ); } ) ),
      source_( sourceFor( options ) ),
-     duration_( loop_.context() ) {
+     duration_( loop_.context() ),
+     services_( { .loop = loop_, .managers = managers_, .writer = *writer_ } ) {
    loop_.whenReadable( stopSignals.fd(), [this] { end(); } );
    if ( options.maxRecords ) {
       frontend_->maxRecordsAre( *options.maxRecords, [this] { end(); } );
@@ -108,20 +98,25 @@ Agent::Agent( const Options & options, const StopSignals & stopSignals, int outp
 }
 
 std::unique_ptr< Source > Agent::sourceFor( const Options & options ) {
-   if ( options.source == SourceKind::nftables ) {
+   switch ( options.source ) {
+   case SourceKind::synthetic:
+      return std::make_unique< SyntheticSource >( loop_, *this, options.synthetic );
+   case SourceKind::nftables:
       return std::make_unique< NftSource >( loop_, *this, options.table, options.interval );
+   case SourceKind::none:
+      break;
    }
-   return std::make_unique< SyntheticSource >( loop_, *this, options.synthetic );
+   return nullptr;
 }
 
 void Agent::begin() {
    const velo::sdk_scoped_lock lock;
    if ( !options_.rpc.listen.empty() ) {
-      server_ = std::make_unique< RpcServer >( options_.rpc, std::vector< grpc::Service * >{} );
+      server_ = std::make_unique< RpcServer >( options_.rpc, services_.all() );
    }
    managers_.mount();
    managers_.pbrCounters().startWatching( frontend_ );
-   source_->start();
+   if ( source_ ) { source_->start(); }
    if ( options_.duration ) {
       duration_.expires_after( *options_.duration );
       duration_.async_wait( EventLoop::locked( [this]( const std::error_code & ) { end(); } ) );

@@ -6,6 +6,7 @@
 #include <charconv>
 #include <fmt/format.h>
 #include <functional>
+#include <ranges>
 #include <string_view>
 #include <utility>
 
@@ -23,6 +24,20 @@ output could not be written; 2 an option was wrong.)";
 
 constexpr std::array< std::string_view, 6 > kFamilies = { "ip",  "ip6",    "inet",
                                                           "arp", "bridge", "netdev" };
+
+template< typename Enum >
+using Word = std::pair< const char *, Enum >;
+
+constexpr std::array< Word< SourceKind >, 3 > kSources = { { { "synthetic", SourceKind::synthetic },
+                                                             { "nftables", SourceKind::nftables },
+                                                             { "none", SourceKind::none } } };
+constexpr std::array< Word< OutputFormat >, 2 > kFormats = {
+   { { "json", OutputFormat::json }, { "text", OutputFormat::text } } };
+
+std::string withSource( SourceKind source ) {
+   const auto * const word = std::ranges::find( kSources, source, &Word< SourceKind >::second );
+   return std::string( "--source " ) + word->first;
+}
 
 constexpr std::uint64_t kMostClasses = 10'000'000;
 constexpr std::uint64_t kMostMilliseconds = 1'000ULL * 3600 * 24 * 365;
@@ -62,10 +77,9 @@ class Parser {
       app_.footer( kFooter );
       app_.set_version_flag( "--version", std::string( "velo-agent " ) + VELO_AGENT_VERSION );
 
-      choice( "--source", "Where the counters come from (synthetic)", options_.source, "synthetic",
-              SourceKind::synthetic, "nftables", SourceKind::nftables );
-      choice( "--format", "Lines for programs or for people (json)", options_.format, "json",
-              OutputFormat::json, "text", OutputFormat::text );
+      choice( "--source", "Where the counters come from (synthetic); none: from RPC clients only",
+              options_.source, kSources );
+      choice( "--format", "Lines for programs or for people (json)", options_.format, kFormats );
       number( "--duration", "MS", "End by itself after this time", 1, kMostMilliseconds,
               [this]( std::uint64_t n ) { options_.duration = std::chrono::milliseconds( n ); } );
       number( "--max-records", "N", "End by itself after so many records", 1, UINT64_MAX,
@@ -121,8 +135,7 @@ class Parser {
       CLI::Option * const option = app_.add_option_function< std::string >( name, take, help );
       option->type_name( value );
       if ( belongsTo_ ) {
-         option->group( *belongsTo_ == SourceKind::synthetic ? "With --source synthetic"
-                                                             : "With --source nftables" );
+         option->group( "With " + withSource( *belongsTo_ ) );
          sourceOptions_.emplace_back( option, *belongsTo_ );
       }
    }
@@ -140,23 +153,25 @@ class Parser {
               [&target]( std::uint64_t n ) { target = static_cast< std::uint32_t >( n ); } );
    }
 
-   template< typename Enum >
-   void choice( const char * name, const char * help, Enum & target, const char * firstWord,
-                Enum first, const char * secondWord, Enum second ) {
-      const auto take = [=, &target]( const std::string & given ) {
-         if ( given != firstWord && given != secondWord ) {
-            refuse( name, given, fmt::format( "one of {}, {}", firstWord, secondWord ) );
+   template< typename Enum, std::size_t count >
+   void choice( const char * name, const char * help, Enum & target,
+                const std::array< Word< Enum >, count > & words ) {
+      const auto word = std::views::keys( words );
+      const auto take = [=, &target, &words]( const std::string & given ) {
+         const auto found = std::ranges::find( words, given, &Word< Enum >::first );
+         if ( found == words.end() ) {
+            refuse( name, given, fmt::format( "one of {}", fmt::join( word, ", " ) ) );
          }
-         target = given == firstWord ? first : second;
+         target = found->second;
       };
-      text( name, fmt::format( "{}|{}", firstWord, secondWord ), help, take );
+      text( name, fmt::format( "{}", fmt::join( word, "|" ) ), help, take );
    }
 
    void checkTogether() const {
       for ( const auto & [option, source] : sourceOptions_ ) {
          if ( option->count() > 0 && source != options_.source ) {
-            throw OptionsError( option->get_name() + " is of use only with --source " +
-                                ( source == SourceKind::synthetic ? "synthetic" : "nftables" ) );
+            throw OptionsError( option->get_name() + " is of use only with " +
+                                withSource( source ) );
          }
       }
       if ( options_.source == SourceKind::nftables && options_.table.name.empty() ) {

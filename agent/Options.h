@@ -18,7 +18,8 @@
 
 namespace VeloAgent {
 
-enum class SourceKind { synthetic, nftables };
+/// none: counters come from RPC clients only, as they may anyway.
+enum class SourceKind { synthetic, nftables, none };
 enum class OutputFormat { json, text };
 
 struct Options {

@@ -18,33 +18,34 @@ constexpr std::size_t kRemovedAtOnce = 64;
 } // namespace
 
 TreeWriter::TreeWriter( const Lumo::Ptr< Oru::TaskScheduler > & scheduler,
-                        const Lumo::Ptr< Root > & root, std::function< void() > applied,
+                        const Lumo::Ptr< Root > & root,
                         std::function< void( const std::string & ) > failed )
    : Oru::Task( scheduler, kPriority, "CounterTreeWriter" ),
      root_( root ),
-     applied_( std::move( applied ) ),
      failed_( std::move( failed ) ) {}
 
-void TreeWriter::apply( CounterChanges changes ) {
-   changes_ = std::move( changes );
-   next_ = 0;
+void TreeWriter::apply( CounterChanges changes, std::function< void() > applied ) {
+   portions_.push_back( { std::move( changes ), std::move( applied ) } );
    scheduleTask();
 }
 
 void TreeWriter::taskRun() {
-   while ( next_ < changes_.size() ) {
+   while ( left() > 0 ) {
       tryStep();
       if ( !unfinished_ ) { ++next_; }
       taskWorkCountInc( 1 );
-      if ( next_ < changes_.size() && taskShouldYield() ) {
-         taskWorkPendingIs( changes_.size() - next_ );
+      if ( left() > 0 && taskShouldYield() ) {
+         taskWorkPendingIs( left() );
          scheduleTask();
          return;
       }
    }
    taskWorkPendingIs( 0 );
-   changes_.clear();
-   applied_();
+   const std::function< void() > applied = std::move( portions_.front().applied );
+   portions_.pop_front();
+   next_ = 0;
+   if ( !portions_.empty() ) { scheduleTask(); }
+   applied();
 }
 
 /// Exceptions of those who watch the tree arrive here, after the change was made; and a name may be
@@ -52,7 +53,8 @@ void TreeWriter::taskRun() {
 void TreeWriter::tryStep() {
    unfinished_ = false;
    try {
-      std::visit( [this]( const auto & change ) { step( change ); }, changes_[next_] );
+      std::visit( [this]( const auto & change ) { step( change ); },
+                  portions_.front().changes[next_] );
    } catch ( const std::exception & error ) { failed_( error.what() ); }
 }
 

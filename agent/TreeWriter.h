@@ -5,8 +5,9 @@
 ///
 /// Owner      the agent
 /// Thread     event loop only
-/// Re-entry   `applied` may hand over the next changes
-/// Invariant  one portion of changes at a time, applied in its order
+/// Re-entry   whoever is told that its changes are applied may hand over the next
+/// Invariant  one portion of changes at a time, in the order in which they were handed over, each
+///            applied in its own order
 
 #pragma once
 
@@ -14,6 +15,7 @@
 #include "PolicyMap/PolicyMap.h"
 #include "agent/CounterChanges.h"
 
+#include <deque>
 #include <functional>
 #include <string>
 
@@ -27,16 +29,20 @@ class TreeWriter final : public Oru::Task {
    /// a large population still arrives.
    static constexpr Oru::TaskPriority kPriority = 3;
 
-   /// `applied` is called when all changes are in the tree; `failed` when one could not be, with
-   /// the reason, and the others go on.
+   /// `failed` is called when a change could not be applied, with the reason; the others go on.
    TreeWriter( const Lumo::Ptr< Oru::TaskScheduler > & scheduler, const Lumo::Ptr< Root > & root,
-               std::function< void() > applied,
                std::function< void( const std::string & ) > failed );
 
-   /// Begins to apply `changes`. Not while others are being applied.
-   void apply( CounterChanges changes );
+   /// Applies `changes` behind those that were handed over before, and calls `applied` when all of
+   /// them are in the tree. Never before this returns.
+   void apply( CounterChanges changes, std::function< void() > applied );
 
  private:
+   struct Portion {
+      CounterChanges changes;
+      std::function< void() > applied;
+   };
+
    void taskRun() override;
 
    /// One step of the change in hand, whatever it throws.
@@ -45,12 +51,14 @@ class TreeWriter final : public Oru::Task {
    void step( const ClassRemoved & removed );
    void step( const PolicyRemoved & removed );
 
+   /// What is left of the portion in hand.
+   std::size_t left() const { return portions_.front().changes.size() - next_; }
+
    Lumo::Ptr< Root > root_;
-   std::function< void() > applied_;
    std::function< void( const std::string & ) > failed_;
-   CounterChanges changes_;
-   std::size_t next_ = 0;
-   bool unfinished_ = false; ///< The change in hand takes further steps.
+   std::deque< Portion > portions_; ///< The first one is in hand.
+   std::size_t next_ = 0;           ///< The change in hand.
+   bool unfinished_ = false;        ///< It takes further steps.
 };
 
 } // namespace VeloAgent

@@ -54,6 +54,14 @@ TEST( Options, TheNftablesSourceTakesItsTable ) {
    EXPECT_EQ( optionsFrom( { "--source", "nftables", "--table", "ip/a" } ).interval, 1000ms );
 }
 
+TEST( Options, WithoutASourceNoOptionOfASourceIsOfUse ) {
+   EXPECT_EQ( optionsFrom( { "--source", "none" } ).source, SourceKind::none );
+   EXPECT_EQ( complaintAbout( { "--source", "none", "--rate", "1" } ),
+              "--rate is of use only with --source synthetic" );
+   EXPECT_EQ( complaintAbout( { "--source", "none", "--table", "inet/t" } ),
+              "--table is of use only with --source nftables" );
+}
+
 TEST( Options, ATableNameMayHoldSlashesAndSpaces ) {
    EXPECT_EQ( optionsFrom( { "--source", "nftables", "--table", "ip/a/b; c" } ).table.name,
               "a/b; c" );
@@ -77,7 +85,7 @@ TEST( Options, ARunCanBeBoundedAndItsFormatChosen ) {
 TEST( Options, HelpAndVersionAreAnswers ) {
    const std::string help = optionsFrom( { "--help" } ).answer.value();
    for ( const char * option :
-         { "--source synthetic|nftables", "--policies N", "--classes N", "--rate N",
+         { "--source synthetic|nftables|none", "--policies N", "--classes N", "--rate N",
            "--churn PERCENT", "--seed N", "--table FAMILY/NAME", "--interval MS",
            "--format json|text", "--duration MS", "--max-records N", "--version" } ) {
       EXPECT_THAT( help, HasSubstr( option ) );
@@ -87,7 +95,7 @@ TEST( Options, HelpAndVersionAreAnswers ) {
 
 TEST( Options, AWrongWordIsAnsweredWithTheRightOnes ) {
    EXPECT_EQ( complaintAbout( { "--source", "kernel" } ),
-              "--source: \"kernel\" is not one of synthetic, nftables" );
+              "--source: \"kernel\" is not one of synthetic, nftables, none" );
    EXPECT_EQ( complaintAbout( { "--format", "xml" } ),
               "--format: \"xml\" is not one of json, text" );
 }

@@ -1,5 +1,5 @@
 #include "agent/TreeWriter.h"
-#include "agent/test/AppliedChanges.h"
+#include "agent/test/TreeSnapshot.h"
 
 #include <gmock/gmock.h>
 
@@ -38,22 +38,15 @@ class TreeWriterTest : public testing::Test {
       scheduler_->slicePolicyIs( std::make_unique< Oru::YieldsAfter >( items - 1 ) );
    }
 
+   void handOver( CounterChanges changes ) {
+      writer_->apply( std::move( changes ), [this] { ++applied_; } );
+   }
    void apply( CounterChanges changes ) {
-      writer_->apply( std::move( changes ) );
+      handOver( std::move( changes ) );
       scheduler_->runUntilIdle();
    }
 
-   CounterSnapshot tree() const {
-      CounterSnapshot found;
-      for ( const auto & policyMap : root_->policyMapCounters() ) {
-         ClassCounters & classes = found[std::string( policyMap.fwkKey().name().view() )];
-         for ( const auto & entry : policyMap.value()->classCounters() ) {
-            const auto & data = entry.value()->countData();
-            classes[std::string( entry.fwkKey().view() )] = { data.packets(), data.bytes() };
-         }
-      }
-      return found;
-   }
+   CounterSnapshot tree() const { return snapshotOf( *root_ ); }
 
    CounterChanges classes( const std::string & policy, int count ) const {
       CounterChanges changes;
@@ -68,8 +61,7 @@ class TreeWriterTest : public testing::Test {
    int applied_ = 0;
    std::vector< std::string > failures_;
    Lumo::Ptr< TreeWriter > writer_ = Lumo::makeNode< TreeWriter >(
-      scheduler_, root_, [this] { ++applied_; },
-      [this]( const std::string & what ) { failures_.push_back( what ); } );
+      scheduler_, root_, [this]( const std::string & what ) { failures_.push_back( what ); } );
 };
 
 TEST_F( TreeWriterTest, SettingCreatesWhatIsMissing ) {
@@ -109,7 +101,7 @@ TEST_F( TreeWriterTest, RemovingWhatIsNotThereDoesNothing ) {
 
 TEST_F( TreeWriterTest, ASliceEndsWhenTheSchedulerSaysSo ) {
    itemsPerSlice( 10 );
-   writer_->apply( classes( "web", 25 ) );
+   handOver( classes( "web", 25 ) );
    std::vector< std::size_t > present;
    while ( scheduler_->runOne() ) { present.push_back( tree()["web"].size() ); }
    EXPECT_THAT( present, ElementsAre( 10, 20, 25 ) );
@@ -122,7 +114,7 @@ TEST_F( TreeWriterTest, ALargePolicyMapGoesInSlicesTooAndItsClassesFirst ) {
    apply( classes( "web", 1000 ) );
    Watcher watcher( *root_ );
    itemsPerSlice( 10 );
-   writer_->apply( { PolicyRemoved{ "web" }, CountersSet{ "other", "class", {} } } );
+   handOver( { PolicyRemoved{ "web" }, CountersSet{ "other", "class", {} } } );
    int slices = 0;
    while ( scheduler_->runOne() ) { ++slices; }
    EXPECT_GT( slices, 90 );
@@ -132,17 +124,40 @@ TEST_F( TreeWriterTest, ALargePolicyMapGoesInSlicesTooAndItsClassesFirst ) {
 
 TEST_F( TreeWriterTest, TheNextChangesMayBeHandedOverFromInsideTheAnswer ) {
    int portions = 0;
-   Lumo::Ptr< TreeWriter > writer;
-   writer = Lumo::makeNode< TreeWriter >(
-      scheduler_, root_,
-      [&] {
-         if ( ++portions < 3 ) { writer->apply( classes( "p" + std::to_string( portions ), 2 ) ); }
-      },
-      []( const std::string & ) {} );
-   writer->apply( classes( "p0", 2 ) );
+   std::function< void() > next = [&] {
+      writer_->apply( classes( "p" + std::to_string( portions ), 2 ), [&] {
+         if ( ++portions < 3 ) { next(); }
+      } );
+   };
+   next();
    scheduler_->runUntilIdle();
    EXPECT_EQ( portions, 3 );
    EXPECT_EQ( tree().size(), 3U );
+}
+
+TEST_F( TreeWriterTest, PortionsOfSeveralWritersAreAppliedOneAfterTheOther ) {
+   itemsPerSlice( 2 );
+   std::vector< std::string > applied;
+   for ( const std::string writer : { "first", "second", "third" } ) {
+      writer_->apply( classes( "web", 5 ), [&applied, writer] { applied.push_back( writer ); } );
+      writer_->apply( { PolicyRemoved{ "web" }, CountersSet{ writer, "class", {} } },
+                      [this, &applied, writer] {
+                         EXPECT_EQ( tree().count( "web" ), 0U );
+                         applied.push_back( writer + " again" );
+                      } );
+   }
+   EXPECT_THAT( applied, ElementsAre() );
+   scheduler_->runUntilIdle();
+   EXPECT_THAT( applied, ElementsAre( "first", "first again", "second", "second again", "third",
+                                      "third again" ) );
+   EXPECT_EQ( tree().size(), 3U );
+}
+
+TEST_F( TreeWriterTest, APortionOfNothingIsAnsweredToo ) {
+   handOver( {} );
+   EXPECT_EQ( applied_, 0 );
+   scheduler_->runUntilIdle();
+   EXPECT_EQ( applied_, 1 );
 }
 
 TEST_F( TreeWriterTest, AWatcherThatThrowsIsReportedAndNothingIsLost ) {

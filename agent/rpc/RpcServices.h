@@ -1,0 +1,43 @@
+/// The services of the agent, all of them, made and owned in one place.
+///
+/// Each service is made by a function of its own header, so that the generated code is compiled
+/// where that service is and nowhere else.
+///
+/// Owner      the agent; outlives the server
+/// Thread     made and destroyed on the event loop
+
+#pragma once
+
+#include <memory>
+#include <vector>
+
+namespace grpc {
+class Service;
+}
+
+namespace VeloAgent {
+
+class EventLoop;
+class Managers;
+class TreeWriter;
+
+class RpcServices {
+ public:
+   /// What the services serve. All of it outlives them.
+   struct Parts {
+      EventLoop & loop;
+      Managers & managers;
+      TreeWriter & writer;
+   };
+
+   explicit RpcServices( const Parts & parts );
+   ~RpcServices();
+
+   /// For the server to register.
+   std::vector< grpc::Service * > all() const;
+
+ private:
+   std::vector< std::unique_ptr< grpc::Service > > services_;
+};
+
+} // namespace VeloAgent

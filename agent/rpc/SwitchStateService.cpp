@@ -1,0 +1,42 @@
+#include "agent/rpc/SwitchStateService.h"
+
+#include "agent/TreeWriter.h"
+#include "agent/rpc/PbrCountersConversion.h"
+#include "agent/rpc/UnaryCall.h"
+
+#include <velo/rpc/v1/switch_state.grpc.pb.h>
+
+namespace VeloAgent {
+
+namespace {
+
+namespace v1 = velo::rpc::v1;
+
+class SwitchStateService final : public v1::SwitchState::CallbackService {
+ public:
+   SwitchStateService( EventLoop & loop, TreeWriter & writer ) : loop_( loop ), writer_( writer ) {}
+
+ private:
+   grpc::ServerUnaryReactor * PublishPbrCounters( grpc::CallbackServerContext * context,
+                                                  const v1::PublishPbrCountersRequest * request,
+                                                  v1::PublishPbrCountersResponse * ) override {
+      CounterChanges changes;
+      const grpc::Status status = statusOf( [&] { changes = changesFrom( *request ); } );
+      if ( !status.ok() ) { return refusedCall( *context, status ); }
+      return longCall( loop_, *context,
+                       [this, changes = std::move( changes )]( auto answer ) mutable {
+                          writer_.apply( std::move( changes ), answer );
+                       } );
+   }
+
+   EventLoop & loop_;
+   TreeWriter & writer_;
+};
+
+} // namespace
+
+std::unique_ptr< grpc::Service > makeSwitchStateService( EventLoop & loop, TreeWriter & writer ) {
+   return std::make_unique< SwitchStateService >( loop, writer );
+}
+
+} // namespace VeloAgent
