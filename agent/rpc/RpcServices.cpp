@@ -1,5 +1,8 @@
 #include "agent/rpc/RpcServices.h"
 
+#include "agent/Managers.h"
+#include "agent/rpc/BgpLinkWeightsService.h"
+#include "agent/rpc/FibOverridesService.h"
 #include "agent/rpc/SwitchStateService.h"
 
 #include <grpcpp/impl/codegen/service_type.h>
@@ -7,6 +10,8 @@
 namespace VeloAgent {
 
 RpcServices::RpcServices( const Parts & parts ) {
+   services_.push_back( makeBgpLinkWeightsService( parts.loop, parts.managers.linkWeights() ) );
+   services_.push_back( makeFibOverridesService( parts.loop, parts.managers.fibOverrides() ) );
    services_.push_back( makeSwitchStateService( parts.loop, parts.writer ) );
 }
 

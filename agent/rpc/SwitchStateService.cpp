@@ -20,13 +20,14 @@ class SwitchStateService final : public v1::SwitchState::CallbackService {
    grpc::ServerUnaryReactor * PublishPbrCounters( grpc::CallbackServerContext * context,
                                                   const v1::PublishPbrCountersRequest * request,
                                                   v1::PublishPbrCountersResponse * ) override {
-      CounterChanges changes;
-      const grpc::Status status = statusOf( [&] { changes = changesFrom( *request ); } );
-      if ( !status.ok() ) { return refusedCall( *context, status ); }
-      return longCall( loop_, *context,
-                       [this, changes = std::move( changes )]( auto answer ) mutable {
-                          writer_.apply( std::move( changes ), answer );
-                       } );
+      return checkedCall(
+         *context, [&] { return changesFrom( *request ); },
+         [&]( CounterChanges changes ) {
+            return longCall( loop_, *context,
+                             [this, changes = std::move( changes )]( auto answer ) mutable {
+                                writer_.apply( std::move( changes ), answer );
+                             } );
+         } );
    }
 
    EventLoop & loop_;

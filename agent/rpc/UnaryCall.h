@@ -6,7 +6,7 @@
 ///
 /// Thread     any; `handler` is called on the loop, with the SDK lock held
 ///
-/// What can be refused by the request alone should be, before the loop is asked: refusedCall().
+/// What a request alone can be refused for is found before the loop is asked: checkedCall().
 
 #pragma once
 
@@ -15,6 +15,8 @@
 
 #include <grpcpp/server_context.h>
 #include <grpcpp/support/server_callback.h>
+#include <optional>
+#include <type_traits>
 #include <utility>
 
 namespace VeloAgent {
@@ -31,9 +33,9 @@ grpc::ServerUnaryReactor * unaryCall( EventLoop & loop, grpc::CallbackServerCont
    return reactor;
 }
 
-/// The same for what takes more than one turn of the loop: `handler( answer )` sees to it that
-/// `answer()` is called once, on the loop, when all is done. It may throw as long as it has not
-/// done so.
+/// The same for a handler that answers when all is done, maybe in a later turn of the loop:
+/// `handler( answer )` sees to it that `answer()` is called there once. It may throw as long as it
+/// has not done so.
 template< typename Handler >
 grpc::ServerUnaryReactor * longCall( EventLoop & loop, grpc::CallbackServerContext & context,
                                      Handler handler ) {
@@ -46,12 +48,29 @@ grpc::ServerUnaryReactor * longCall( EventLoop & loop, grpc::CallbackServerConte
    return reactor;
 }
 
-/// A call that is answered at once, without the loop.
-inline grpc::ServerUnaryReactor * refusedCall( grpc::CallbackServerContext & context,
-                                               const grpc::Status & status ) {
+/// `serve( checked )` with what `check()` returns, which is called now. What that throws is the
+/// answer.
+template< typename Check, typename Serve >
+grpc::ServerUnaryReactor * checkedCall( grpc::CallbackServerContext & context, const Check & check,
+                                        const Serve & serve ) {
+   std::optional< std::invoke_result_t< Check > > checked;
+   const grpc::Status status = statusOf( [&] { checked.emplace( check() ); } );
+   if ( status.ok() ) { return serve( std::move( *checked ) ); }
    grpc::ServerUnaryReactor * const reactor = context.DefaultReactor();
    reactor->Finish( status );
    return reactor;
+}
+
+/// The same, served by `handler( checked )` on the loop.
+template< typename Check, typename Handler >
+grpc::ServerUnaryReactor * checkedCall( EventLoop & loop, grpc::CallbackServerContext & context,
+                                        const Check & check, Handler handler ) {
+   return checkedCall( context, check, [&]( auto checked ) {
+      return unaryCall( loop, context,
+                        [checked = std::move( checked ), handler = std::move( handler )]() mutable {
+                           handler( checked );
+                        } );
+   } );
 }
 
 } // namespace VeloAgent
