@@ -5,11 +5,21 @@
 #include "agent/rpc/FibOverridesService.h"
 #include "agent/rpc/SwitchStateService.h"
 
+#include <grpc/grpc.h>
 #include <grpcpp/impl/codegen/service_type.h>
 
 namespace VeloAgent {
 
+namespace {
+
+/// gRPC stays up until the process ends: who lets go of it last waits for its threads, and one of
+/// them may be asleep for ten seconds.
+void keepGrpcUp() { [[maybe_unused]] static const bool once = ( grpc_init(), true ); }
+
+} // namespace
+
 RpcServices::RpcServices( const Parts & parts ) {
+   keepGrpcUp();
    services_.push_back( makeBgpLinkWeightsService( parts.loop, parts.managers.linkWeights() ) );
    services_.push_back( makeFibOverridesService( parts.loop, parts.managers.fibOverrides() ) );
    services_.push_back( makeSwitchStateService( parts.loop, parts.writer ) );
