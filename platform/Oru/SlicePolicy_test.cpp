@@ -206,6 +206,18 @@ TEST_F( SlicesOfTime, ARunFarBeyondItsSliceIsCountedAsAnOverstay ) {
    EXPECT_EQ( scheduler->statistics().runs, 4u );
 }
 
+TEST_F( SlicesOfTime, AnOverstayIsChargedToTheTaskThatStayed ) {
+   slices< TimeSlice >( 1ms, clock, 500us );
+   const auto slow = worker( "slow", 0, [this]( Worker & ) { clock.advance( 4ms ); } );
+   const auto quick = worker( "quick" );
+   for ( int n = 0; n < 3; ++n ) {
+      schedule( slow, quick );
+      scheduler->runUntilIdle();
+   }
+   EXPECT_EQ( slow->task->taskOverstays(), 3u );
+   EXPECT_EQ( quick->task->taskOverstays(), 0u );
+}
+
 TEST_F( SlicesOfTime, ARunThatThrowsCanOverstayToo ) {
    const auto throws = worker( "throws", 0, [this]( Worker & ) {
       clock.advance( 1s );
@@ -214,6 +226,7 @@ TEST_F( SlicesOfTime, ARunThatThrowsCanOverstayToo ) {
    schedule( throws );
    EXPECT_THROW( scheduler->runOne(), std::runtime_error );
    EXPECT_EQ( scheduler->statistics().overstays, 1u );
+   EXPECT_EQ( throws->task->taskOverstays(), 1u );
 }
 
 } // namespace

@@ -7,7 +7,9 @@ namespace Oru {
 
 Task::Task( const Lumo::Ptr< TaskScheduler > & scheduler, TaskPriority priority,
             const Lumo::String & name )
-   : scheduler_( scheduler ), name_( name ), priority_( priority ) {}
+   : scheduler_( scheduler ), name_( name ), priority_( priority ) {
+   if ( scheduler_ ) { place_.linkBefore( scheduler_->tasks_ ); }
+}
 
 Task::~Task() {
    if ( linked() ) {

@@ -74,6 +74,8 @@ class VELO_PLATFORM_EXPORT Task : public Lumo::Node, private Lumo::Link {
    std::size_t taskWorkPending() const { return workPending_; }
    std::uint64_t taskRuns() const { return runs_; }
    std::uint64_t taskYieldsTold() const { return yieldsTold_; }
+   /// Those of its runs that exceeded their slice by more than is tolerated.
+   std::uint64_t taskOverstays() const { return overstays_; }
 
  protected:
    /// One run. A subclass with work of its own does it here instead of telling subscribers.
@@ -82,7 +84,14 @@ class VELO_PLATFORM_EXPORT Task : public Lumo::Node, private Lumo::Link {
  private:
    friend class TaskScheduler;
 
+   /// Its place among all tasks of the scheduler.
+   struct Place final : Lumo::Link {
+      explicit Place( const Task & of ) : task( of ) {}
+      const Task & task;
+   };
+
    const Lumo::Ptr< TaskScheduler > scheduler_;
+   Place place_{ *this };
    const Lumo::String name_;
    TaskPriority priority_;
    mutable Lumo::Publisher publisher_;
@@ -90,6 +99,7 @@ class VELO_PLATFORM_EXPORT Task : public Lumo::Node, private Lumo::Link {
    std::size_t workPending_ = 0;
    std::uint64_t runs_ = 0;
    std::uint64_t yieldsTold_ = 0;
+   std::uint64_t overstays_ = 0;
 };
 
 } // namespace Oru

@@ -36,7 +36,10 @@ class TaskScheduler::Run {
       TaskSchedulerStatistics & seen = scheduler_->statistics_;
       const auto overstay = scheduler_->policy_->overstay();
       ++seen.runs;
-      if ( overstay.count() > 0 ) { ++seen.overstays; }
+      if ( overstay.count() > 0 ) {
+         ++seen.overstays;
+         ++task_->overstays_;
+      }
       seen.longestOverstay = std::max( seen.longestOverstay, overstay );
       scheduler_->running_ = nullptr;
       scheduler_->sliceEnds();
@@ -80,6 +83,14 @@ void TaskScheduler::slicePolicyIs( std::unique_ptr< SlicePolicy > policy ) {
    policy_ = std::move( policy );
    sliceEnds();
    if ( running_ ) { sliceBegins(); }
+}
+
+std::vector< Lumo::Ptr< const Task > > TaskScheduler::tasks() const {
+   std::vector< Lumo::Ptr< const Task > > all;
+   for ( const Lumo::Link * at = tasks_.next(); at != &tasks_; at = at->next() ) {
+      all.emplace_back( &static_cast< const Task::Place * >( at )->task );
+   }
+   return all;
 }
 
 void TaskScheduler::waitingIs( Task & task ) {

@@ -6,6 +6,7 @@
 #include <functional>
 #include <limits>
 #include <memory>
+#include <vector>
 
 #include "Lumo/Link.h"
 #include "Lumo/Node.h"
@@ -69,7 +70,13 @@ class VELO_PLATFORM_EXPORT TaskScheduler final : public Lumo::Node {
    /// Replaces the policy, which must not be null. A slice in progress begins anew under it.
    void slicePolicyIs( std::unique_ptr< SlicePolicy > policy );
 
+   /// @name For people who look
+   /// @{
    const TaskSchedulerStatistics & statistics() const { return statistics_; }
+   /// Every task that was made for this scheduler and is still there, the oldest first, whether it
+   /// waits or not. O(tasks).
+   std::vector< Lumo::Ptr< const Task > > tasks() const;
+   /// @}
 
  private:
    friend class Task;
@@ -77,8 +84,8 @@ class VELO_PLATFORM_EXPORT TaskScheduler final : public Lumo::Node {
 
    enum class Slice : unsigned char { none, inProgress, usedUp };
 
-   struct Queue : Lumo::Link {
-      Queue() { ringBegin(); }
+   struct Ring : Lumo::Link {
+      Ring() { ringBegin(); }
    };
 
    /// For tasks: may one more item be worked on? Consults the policy only when its grant is used.
@@ -101,7 +108,8 @@ class VELO_PLATFORM_EXPORT TaskScheduler final : public Lumo::Node {
    std::uint32_t asksGranted_ = 0;
    Slice slice_ = Slice::none;
    Task * running_ = nullptr;
-   Queue queue_; ///< The waiting tasks in the order in which they will run.
+   Ring tasks_; ///< The places of all of them.
+   Ring queue_; ///< The waiting tasks in the order in which they will run.
    std::size_t pending_ = 0;
    std::unique_ptr< SlicePolicy > policy_;
    std::function< void() > wakeUp_;

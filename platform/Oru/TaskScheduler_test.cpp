@@ -283,6 +283,16 @@ TEST_F( WakeUp, ALoopThatPostsOneStepPerWakeUpRunsEverything ) {
    EXPECT_EQ( steps, 4u );
 }
 
+TEST_F( OrderOfRuns, EveryTaskThatIsThereIsListedWhetherItWaitsOrNot ) {
+   const auto first = worker( "first" );
+   auto second = worker( "second" );
+   const auto third = worker( "third" );
+   schedule( third );
+   EXPECT_THAT( scheduler->tasks(), ElementsAre( first->task, second->task, third->task ) );
+   second = nullptr;
+   EXPECT_THAT( scheduler->tasks(), ElementsAre( first->task, third->task ) );
+}
+
 TEST_F( SchedulerDeathTest, ARunMustNotRunAnotherTask ) {
    const auto nests = worker( "nests", 0, [this]( Worker & ) { scheduler->runOne(); } );
    schedule( nests );
