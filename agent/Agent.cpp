@@ -4,7 +4,9 @@
 #include "agent/JsonLineFormat.h"
 #include "agent/Managers.h"
 #include "agent/Output.h"
+#include "agent/Printable.h"
 #include "agent/ProcessScheduler.h"
+#include "agent/Readiness.h"
 #include "agent/StopSignals.h"
 #include "agent/StreamFrontend.h"
 #include "agent/SyntheticSource.h"
@@ -18,6 +20,7 @@
 #include <cerrno>
 #include <cstring>
 #include <exception>
+#include <iostream>
 #include <memory>
 #include <stdexcept>
 
@@ -28,6 +31,10 @@ namespace {
 std::unique_ptr< LineFormat > formatFor( const Options & options ) {
    if ( options.format == OutputFormat::text ) { return std::make_unique< TextLineFormat >(); }
    return std::make_unique< JsonLineFormat >();
+}
+
+void complain( const std::string & what ) {
+   std::cerr << "velo-agent: " << printable( what ) << std::endl;
 }
 
 /// How long the calls in progress have to end, once the agent is asked to.
@@ -41,6 +48,7 @@ class Agent final : public SourceListener {
 
  private:
    void begin();
+   void ready();
    /// The loop goes on until every call has been answered.
    void end();
 
@@ -75,6 +83,7 @@ class Agent final : public SourceListener {
    asio::steady_timer duration_;
    const RpcServices services_;
    std::unique_ptr< RpcServer > server_;
+   const Lumo::Ptr< Readiness > readiness_;
    bool ending_ = false;
 };
 
@@ -90,7 +99,8 @@ Agent::Agent( const Options & options, const StopSignals & stopSignals, int outp
         *scheduler_, root_, [this]( const std::string & what ) { noted( what ); } ) ),
      source_( sourceFor( options ) ),
      duration_( loop_.context() ),
-     services_( { .loop = loop_, .managers = managers_, .writer = *writer_ } ) {
+     services_( { .loop = loop_, .managers = managers_, .writer = *writer_ } ),
+     readiness_( Lumo::makeNode< Readiness >( [this] { ready(); } ) ) {
    loop_.whenReadable( stopSignals.fd(), [this] { end(); } );
    if ( options.maxRecords ) {
       frontend_->maxRecordsAre( *options.maxRecords, [this] { end(); } );
@@ -111,17 +121,19 @@ std::unique_ptr< Source > Agent::sourceFor( const Options & options ) {
 
 void Agent::begin() {
    const velo::sdk_scoped_lock lock;
-   if ( !options_.rpc.listen.empty() ) {
-      server_ = std::make_unique< RpcServer >( options_.rpc, services_.all() );
-   }
+   server_ = rpcServerFor( options_.rpc, services_.all(), complain );
    managers_.mount();
    managers_.pbrCounters().startWatching( frontend_ );
+   readiness_->watch( managers_.pbrCounters() );
    if ( source_ ) { source_->start(); }
    if ( options_.duration ) {
       duration_.expires_after( *options_.duration );
       duration_.async_wait( EventLoop::locked( [this]( const std::error_code & ) { end(); } ) );
    }
-   if ( server_ ) { server_->servingIs( true ); }
+}
+
+void Agent::ready() {
+   if ( server_ && !ending_ ) { server_->servingIs( true ); }
 }
 
 void Agent::end() {

@@ -1,12 +1,12 @@
 #include "agent/Options.h"
 
-#include <CLI/CLI.hpp>
+#include "agent/OptionsParser.h"
+#include "agent/rpc/ListenAddress.h"
+
 #include <algorithm>
 #include <array>
-#include <charconv>
 #include <fmt/format.h>
 #include <functional>
-#include <ranges>
 #include <string_view>
 #include <utility>
 
@@ -16,52 +16,32 @@ namespace {
 
 constexpr const char * kAbout =
    "Streams policy-based-routing counters: one line per record, and one per push.\n"
-   "Keys are compressed: a record's long key is sent when the key is new to this stream.";
+   "Keys are compressed: a record's long key is sent when the key is new to this stream.\n"
+   "Serves clients over RPC, see --listen.";
 
 constexpr const char * kFooter = R"(
-Exit codes: 0 ended by a signal or a bound; 1 the source could not be read at start-up, or the
-output could not be written; 2 an option was wrong.)";
+Exit codes: 0 ended by a signal or a bound; 1 the source could not be read or the server could not
+listen at start-up, or the output could not be written; 2 an option was wrong.)";
 
 constexpr std::array< std::string_view, 6 > kFamilies = { "ip",  "ip6",    "inet",
                                                           "arp", "bridge", "netdev" };
 
-template< typename Enum >
-using Word = std::pair< const char *, Enum >;
-
-constexpr std::array< Word< SourceKind >, 3 > kSources = { { { "synthetic", SourceKind::synthetic },
-                                                             { "nftables", SourceKind::nftables },
-                                                             { "none", SourceKind::none } } };
-constexpr std::array< Word< OutputFormat >, 2 > kFormats = {
+constexpr std::array< OptionsParser::Word< SourceKind >, 3 > kSources = {
+   { { "synthetic", SourceKind::synthetic },
+     { "nftables", SourceKind::nftables },
+     { "none", SourceKind::none } } };
+constexpr std::array< OptionsParser::Word< OutputFormat >, 2 > kFormats = {
    { { "json", OutputFormat::json }, { "text", OutputFormat::text } } };
-
-std::string withSource( SourceKind source ) {
-   const auto * const word = std::ranges::find( kSources, source, &Word< SourceKind >::second );
-   return std::string( "--source " ) + word->first;
-}
 
 constexpr std::uint64_t kMostClasses = 10'000'000;
 constexpr std::uint64_t kMostMilliseconds = 1'000ULL * 3600 * 24 * 365;
-
-[[noreturn]] void refuse( const std::string & option, const std::string & given,
-                          const std::string & right ) {
-   throw OptionsError( fmt::format( "{}: \"{}\" is not {}", option, given, right ) );
-}
-
-std::uint64_t numberFrom( const std::string & option, const std::string & given,
-                          std::uint64_t least, std::uint64_t most ) {
-   std::uint64_t number = 0;
-   const char * const end = given.data() + given.size();
-   const auto [stop, error] = std::from_chars( given.data(), end, number );
-   if ( error != std::errc() || stop != end || number < least || number > most ) {
-      refuse( option, given, fmt::format( "a number from {} to {}", least, most ) );
-   }
-   return number;
-}
+constexpr std::uint64_t kMostKeepalive = 1'000ULL * 3600 * 24;
+constexpr std::uint32_t kMostConnections = 100'000;
 
 NftTableName tableFrom( const std::string & given ) {
    const std::size_t slash = given.find( '/' );
    if ( slash == std::string::npos || slash + 1 == given.size() ) {
-      refuse( "--table", given, "FAMILY/NAME, for example inet/filter" );
+      OptionsParser::refuse( "--table", given, "FAMILY/NAME, for example inet/filter" );
    }
    const std::string family = given.substr( 0, slash );
    if ( std::find( kFamilies.begin(), kFamilies.end(), family ) == kFamilies.end() ) {
@@ -71,110 +51,136 @@ NftTableName tableFrom( const std::string & given ) {
    return { .family = family, .name = given.substr( slash + 1 ) };
 }
 
-class Parser {
+/// The options of the agent: declared in groups, then checked together.
+class AgentOptions {
  public:
-   Parser() : app_( kAbout, "velo-agent" ) {
-      app_.footer( kFooter );
-      app_.set_version_flag( "--version", std::string( "velo-agent " ) + VELO_AGENT_VERSION );
-
-      choice( "--source", "Where the counters come from (synthetic); none: from RPC clients only",
-              options_.source, kSources );
-      choice( "--format", "Lines for programs or for people (json)", options_.format, kFormats );
-      number( "--duration", "MS", "End by itself after this time", 1, kMostMilliseconds,
-              [this]( std::uint64_t n ) { options_.duration = std::chrono::milliseconds( n ); } );
-      number( "--max-records", "N", "End by itself after so many records", 1, UINT64_MAX,
-              [this]( std::uint64_t n ) { options_.maxRecords = n; } );
-      text( "--listen", "ADDRESS", "Where to serve clients: unix:PATH (nowhere)",
-            [this]( const std::string & given ) { options_.rpc.listen = given; } );
-
-      belongsTo_ = SourceKind::synthetic;
-      count( "--policies", "N", "Policy maps (10)", 1, 10'000'000, options_.synthetic.policies );
-      count( "--classes", "N", "Classes of each policy map (10)", 1, 10'000'000,
-             options_.synthetic.classes );
-      count( "--rate", "N", "Changes per second (100); 0: none after all appeared", 0, 10'000'000,
-             options_.synthetic.changesPerSecond );
-      count( "--churn", "PERCENT", "Removals among the changes (5); what is gone comes back later",
-             0, 100, options_.synthetic.churnPercent );
-      number( "--seed", "N", "Another seed is another sequence of changes (1)", 0, UINT64_MAX,
-              [this]( std::uint64_t n ) { options_.synthetic.seed = n; } );
-
-      belongsTo_ = SourceKind::nftables;
-      text( "--table", "FAMILY/NAME",
-            fmt::format( "The table to read; FAMILY: {}", fmt::join( kFamilies, ", " ) ),
-            [this]( const std::string & given ) { options_.table = tableFrom( given ); } );
-      number( "--interval", "MS", "Time from one reading to the next (1000)", 1, kMostMilliseconds,
-              [this]( std::uint64_t n ) { options_.interval = std::chrono::milliseconds( n ); } );
+   AgentOptions() : parser_( kAbout, kFooter, std::string( "velo-agent " ) + VELO_AGENT_VERSION ) {
+      declareStream();
+      declareSynthetic();
+      declareNftables();
+      declareServer();
+      declareTls();
    }
 
-   Options parse( std::vector< std::string > arguments ) {
-      std::reverse( arguments.begin(), arguments.end() ); // as CLI11 wants them
-      try {
-         app_.parse( std::move( arguments ) );
-      } catch ( const CLI::CallForHelp & ) {
-         options_.answer = app_.help();
-         return options_;
-      } catch ( const CLI::CallForVersion & version ) {
-         options_.answer = std::string( version.what() ) + '\n';
-         return options_;
-      } catch ( const CLI::ExtrasError & ) {
-         throw OptionsError( "unknown argument \"" + app_.remaining().front() +
-                             "\": velo-agent --help lists what there is" );
-      } catch ( const CLI::ArgumentMismatch & mismatch ) {
-         throw OptionsError(
-            fmt::format( "{}; an option takes one value and is given once", mismatch.what() ) );
-      } catch ( const CLI::ParseError & error ) { throw OptionsError( error.what() ); }
-      checkTogether();
+   Options parse( const std::vector< std::string > & arguments ) {
+      options_.answer = parser_.parse( arguments );
+      if ( !options_.answer ) { checkTogether(); }
       return options_;
    }
 
  private:
-   using Take = std::function< void( const std::string & ) >;
-
-   void text( const char * name, const std::string & value, const std::string & help,
-              const Take & take ) {
-      CLI::Option * const option = app_.add_option_function< std::string >( name, take, help );
-      option->type_name( value );
-      if ( belongsTo_ ) {
-         option->group( "With " + withSource( *belongsTo_ ) );
-         sourceOptions_.emplace_back( option, *belongsTo_ );
-      }
+   void declareStream() {
+      parser_.choice( "--source",
+                      "Where the counters come from (synthetic); none: from RPC clients only",
+                      options_.source, kSources );
+      parser_.choice( "--format", "Lines for programs or for people (json)", options_.format,
+                      kFormats );
+      parser_.number(
+         "--duration", "MS", "End by itself after this time", 1, kMostMilliseconds,
+         [this]( std::uint64_t n ) { options_.duration = std::chrono::milliseconds( n ); } );
+      parser_.number( "--max-records", "N", "End by itself after so many records", 1, UINT64_MAX,
+                      [this]( std::uint64_t n ) { options_.maxRecords = n; } );
    }
 
-   template< typename TakeNumber >
-   void number( const char * name, const char * value, const char * help, std::uint64_t least,
-                std::uint64_t most, TakeNumber take ) {
-      text( name, value, help,
-            [=]( const std::string & given ) { take( numberFrom( name, given, least, most ) ); } );
+   void declareSynthetic() {
+      parser_.groupIs( "With --source synthetic" );
+      SyntheticOptions & synthetic = options_.synthetic;
+      parser_.count( "--policies", "N", "Policy maps (10)", 1, 10'000'000, synthetic.policies );
+      parser_.count( "--classes", "N", "Classes of each policy map (10)", 1, 10'000'000,
+                     synthetic.classes );
+      parser_.count( "--rate", "N", "Changes per second (100); 0: none after all appeared", 0,
+                     10'000'000, synthetic.changesPerSecond );
+      parser_.count( "--churn", "PERCENT",
+                     "Removals among the changes (5); what is gone comes back later", 0, 100,
+                     synthetic.churnPercent );
+      parser_.number( "--seed", "N", "Another seed is another sequence of changes (1)", 0,
+                      UINT64_MAX, [this]( std::uint64_t n ) { options_.synthetic.seed = n; } );
    }
 
-   void count( const char * name, const char * value, const char * help, std::uint64_t least,
-               std::uint64_t most, std::uint32_t & target ) {
-      number( name, value, help, least, most,
-              [&target]( std::uint64_t n ) { target = static_cast< std::uint32_t >( n ); } );
+   void declareNftables() {
+      parser_.groupIs( "With --source nftables" );
+      parser_.text( "--table", "FAMILY/NAME",
+                    fmt::format( "The table to read; FAMILY: {}", fmt::join( kFamilies, ", " ) ),
+                    [this]( const std::string & given ) { options_.table = tableFrom( given ); } );
+      time( "--interval", "Time from one reading to the next", kMostMilliseconds,
+            options_.interval );
    }
 
-   template< typename Enum, std::size_t count >
-   void choice( const char * name, const char * help, Enum & target,
-                const std::array< Word< Enum >, count > & words ) {
-      const auto word = std::views::keys( words );
-      const auto take = [=, &target, &words]( const std::string & given ) {
-         const auto found = std::ranges::find( words, given, &Word< Enum >::first );
-         if ( found == words.end() ) {
-            refuse( name, given, fmt::format( "one of {}", fmt::join( word, ", " ) ) );
+   void declareServer() {
+      parser_.groupIs( "Serving clients" );
+      const auto listen = [this]( const std::string & given ) {
+         if ( !listenAddressFrom( given ) ) {
+            OptionsParser::refuse( "--listen", given, kListenAddressForms );
          }
-         target = found->second;
+         options_.rpc.listen = given;
       };
-      text( name, fmt::format( "{}", fmt::join( word, "|" ) ), help, take );
+      parser_.text( "--listen", "ADDRESS",
+                    "unix:PATH, HOST:PORT or none (unix:/run/velo-agent/agent.sock if that "
+                    "directory can be written, else velo-agent.sock in XDG_RUNTIME_DIR)",
+                    listen );
+      RpcLimits & limits = options_.rpc.limits;
+      limit( "--max-message", "BYTES", "The largest request", 1024, 1 << 30, limits.messageBytes );
+      limit( "--max-streams", "N", "Calls at a time, of one connection", 1, 1'000'000,
+             limits.streams );
+      limit( "--max-connections", "N", "Connections at a time", 1, kMostConnections,
+             limits.connections );
+      time( "--keepalive-time",
+            "A connection that was silent for so long is asked for a sign of life", kMostKeepalive,
+            limits.keepaliveTime );
+      time( "--keepalive-timeout", "Time for that sign, before the connection is closed",
+            kMostKeepalive, limits.keepaliveTimeout );
+   }
+
+   void declareTls() {
+      parser_.groupIs( "With --listen HOST:PORT" );
+      TlsFiles & tls = options_.rpc.tls;
+      file( "--tls-cert", "Serve with TLS: the certificate, as PEM; a must beyond this machine",
+            tls.certificate );
+      file( "--tls-key", "Its key, as PEM", tls.key );
+      file( "--tls-client-ca", "Clients need a certificate of one of these authorities, as PEM",
+            tls.clientCa );
+   }
+
+   void time( const char * name, const std::string & help, std::uint64_t most,
+              std::chrono::milliseconds & target ) {
+      parser_.number( name, "MS", fmt::format( "{} ({})", help, target.count() ), 1, most,
+                      [&target]( std::uint64_t n ) { target = std::chrono::milliseconds( n ); } );
+   }
+
+   void limit( const char * name, const char * unit, const std::string & help, std::uint32_t least,
+               std::uint32_t most, std::uint32_t & target ) {
+      parser_.count( name, unit, fmt::format( "{} ({})", help, target ), least, most, target );
+   }
+
+   void file( const char * name, const char * help, std::string & target ) {
+      parser_.text( name, "FILE", help, [name, &target]( const std::string & given ) {
+         if ( given.empty() ) { OptionsParser::refuse( name, given, "the name of a file" ); }
+         target = given;
+      } );
+   }
+
+   /// Each of `names` is refused; `what` says with what it is of use.
+   void notGiven( std::initializer_list< const char * > names, const char * what ) const {
+      for ( const char * const name : names ) {
+         if ( parser_.given( name ) ) {
+            throw OptionsError( parser_.named( name ) + " is of use only with " + what );
+         }
+      }
    }
 
    void checkTogether() const {
-      for ( const auto & [option, source] : sourceOptions_ ) {
-         if ( option->count() > 0 && source != options_.source ) {
-            throw OptionsError( option->get_name() + " is of use only with " +
-                                withSource( source ) );
-         }
+      checkSource();
+      checkTls();
+   }
+
+   void checkSource() const {
+      if ( options_.source != SourceKind::synthetic ) {
+         notGiven( { "--policies", "--classes", "--rate", "--churn", "--seed" },
+                   "--source synthetic" );
       }
-      if ( options_.source == SourceKind::nftables && options_.table.name.empty() ) {
+      if ( options_.source != SourceKind::nftables ) {
+         notGiven( { "--table", "--interval" }, "--source nftables" );
+      } else if ( options_.table.name.empty() ) {
          throw OptionsError(
             "--source nftables needs --table FAMILY/NAME, for example inet/filter" );
       }
@@ -187,16 +193,28 @@ class Parser {
       }
    }
 
-   CLI::App app_;
+   void checkTls() const {
+      const auto address = listenAddressFrom( options_.rpc.listen );
+      if ( !address || !std::holds_alternative< TcpAddress >( *address ) ) {
+         notGiven( { "--tls-cert", "--tls-key", "--tls-client-ca" }, "--listen HOST:PORT" );
+      }
+      const TlsFiles & tls = options_.rpc.tls;
+      if ( tls.certificate.empty() != tls.key.empty() ) {
+         throw OptionsError( "--tls-cert and --tls-key are given together or not at all" );
+      }
+      if ( tls.certificate.empty() ) {
+         notGiven( { "--tls-client-ca" }, "--tls-cert and --tls-key" );
+      }
+   }
+
    Options options_;
-   std::optional< SourceKind > belongsTo_;
-   std::vector< std::pair< CLI::Option *, SourceKind > > sourceOptions_;
+   OptionsParser parser_;
 };
 
 } // namespace
 
 Options optionsFrom( const std::vector< std::string > & arguments ) {
-   return Parser().parse( arguments );
+   return AgentOptions().parse( arguments );
 }
 
 } // namespace VeloAgent

@@ -1,10 +1,12 @@
-/// The command line, checked where it enters.
+/// What the agent is asked to do: the command line and the configuration file, checked where they
+/// enter.
 ///
 /// A bad option ends in an OptionsError whose text, one line, says what was wrong and what would be
 /// right. Options that belong to the source not chosen are refused, not ignored.
 
 #pragma once
 
+#include "agent/OptionsError.h"
 #include "agent/SyntheticChanges.h"
 #include "agent/nftables/NftTable.h"
 #include "agent/rpc/RpcServerOptions.h"
@@ -12,7 +14,6 @@
 #include <chrono>
 #include <cstdint>
 #include <optional>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -36,11 +37,6 @@ struct Options {
    /// Set when the command line asks a question (--help, --version): print this and do nothing
    /// else.
    std::optional< std::string > answer;
-};
-
-class OptionsError : public std::runtime_error {
- public:
-   using std::runtime_error::runtime_error;
 };
 
 /// `arguments` without the program's name. Throws OptionsError.

@@ -1,5 +1,8 @@
 #include "agent/Options.h"
 
+#include "agent/test/TemporaryDirectory.h"
+
+#include <fstream>
 #include <gmock/gmock.h>
 
 namespace VeloAgent {
@@ -84,10 +87,28 @@ TEST( Options, ARunCanBeBoundedAndItsFormatChosen ) {
 
 TEST( Options, HelpAndVersionAreAnswers ) {
    const std::string help = optionsFrom( { "--help" } ).answer.value();
-   for ( const char * option :
-         { "--source synthetic|nftables|none", "--policies N", "--classes N", "--rate N",
-           "--churn PERCENT", "--seed N", "--table FAMILY/NAME", "--interval MS",
-           "--format json|text", "--duration MS", "--max-records N", "--version" } ) {
+   for ( const char * option : { "--source synthetic|nftables|none",
+                                 "--policies N",
+                                 "--classes N",
+                                 "--rate N",
+                                 "--churn PERCENT",
+                                 "--seed N",
+                                 "--table FAMILY/NAME",
+                                 "--interval MS",
+                                 "--format json|text",
+                                 "--duration MS",
+                                 "--max-records N",
+                                 "--version",
+                                 "--config FILE",
+                                 "--listen ADDRESS",
+                                 "--tls-cert FILE",
+                                 "--tls-key FILE",
+                                 "--tls-client-ca FILE",
+                                 "--max-message BYTES",
+                                 "--max-streams N",
+                                 "--max-connections N",
+                                 "--keepalive-time MS",
+                                 "--keepalive-timeout MS" } ) {
       EXPECT_THAT( help, HasSubstr( option ) );
    }
    EXPECT_THAT( optionsFrom( { "--version" } ).answer.value(), StartsWith( "velo-agent " ) );
@@ -164,6 +185,112 @@ TEST( Options, AMissingOrRepeatedValueIsNamed ) {
    EXPECT_EQ(
       complaintAbout( { "--rate", "1", "--rate", "2" } ),
       "--rate: At Most 1 required but received 2; an option takes one value and is given once" );
+}
+
+TEST( Options, WhoIsServedCanBeChosen ) {
+   const Options options = optionsFrom(
+      { "--listen", "[::1]:50051", "--tls-cert", "c.pem", "--tls-key", "k.pem", "--tls-client-ca",
+        "a.pem", "--max-message", "2048", "--max-streams", "7", "--max-connections", "8",
+        "--keepalive-time", "1000", "--keepalive-timeout", "500" } );
+   EXPECT_EQ( options.rpc.listen, "[::1]:50051" );
+   EXPECT_EQ( options.rpc.tls.certificate, "c.pem" );
+   EXPECT_EQ( options.rpc.tls.key, "k.pem" );
+   EXPECT_EQ( options.rpc.tls.clientCa, "a.pem" );
+   EXPECT_EQ( options.rpc.limits.messageBytes, 2048U );
+   EXPECT_EQ( options.rpc.limits.streams, 7U );
+   EXPECT_EQ( options.rpc.limits.connections, 8U );
+   EXPECT_EQ( options.rpc.limits.keepaliveTime, 1000ms );
+   EXPECT_EQ( options.rpc.limits.keepaliveTimeout, 500ms );
+}
+
+TEST( Options, AnAddressThatIsNoneIsAnsweredWithTheForms ) {
+   EXPECT_EQ( complaintAbout( { "--listen", "/run/a.sock" } ),
+              "--listen: \"/run/a.sock\" is not none, unix:PATH or HOST:PORT, for example "
+              "unix:/run/velo-agent/agent.sock" );
+}
+
+TEST( Options, TlsIsForTcpAndNeedsBothFiles ) {
+   EXPECT_EQ( complaintAbout( { "--tls-cert", "c.pem", "--tls-key", "k.pem" } ),
+              "--tls-cert is of use only with --listen HOST:PORT" );
+   EXPECT_EQ( complaintAbout( { "--listen", "unix:/a", "--tls-client-ca", "a.pem" } ),
+              "--tls-client-ca is of use only with --listen HOST:PORT" );
+   EXPECT_EQ( complaintAbout( { "--listen", "a:1", "--tls-cert", "c.pem" } ),
+              "--tls-cert and --tls-key are given together or not at all" );
+   EXPECT_EQ( complaintAbout( { "--listen", "a:1", "--tls-client-ca", "a.pem" } ),
+              "--tls-client-ca is of use only with --tls-cert and --tls-key" );
+   EXPECT_EQ( complaintAbout( { "--listen", "a:1", "--tls-cert", "" } ),
+              "--tls-cert: \"\" is not the name of a file" );
+}
+
+class ConfiguredOptions : public testing::Test {
+ protected:
+   /// The options with a configuration file of these lines, and `arguments` besides.
+   Options with( const std::string & lines, Arguments arguments = {} ) const {
+      std::ofstream( file ) << lines;
+      arguments.insert( arguments.end(), { "--config", file } );
+      return optionsFrom( arguments );
+   }
+
+   std::string complaint( const std::string & lines, const Arguments & arguments = {} ) const {
+      try {
+         with( lines, arguments );
+      } catch ( const OptionsError & error ) { return error.what(); }
+      return "none";
+   }
+
+   const TemporaryDirectory directory;
+   const std::string file = directory / "velo.conf";
+};
+
+TEST_F( ConfiguredOptions, AFileSaysTheSameAsTheCommandLine ) {
+   const Options options = with( "source = nftables\ntable = inet/pbr\ninterval = 250\n"
+                                 "format = text\nduration = 1500\nmax-records = 10\n"
+                                 "listen = 127.0.0.1:0\nmax-connections = 8\n" );
+   EXPECT_EQ( options.source, SourceKind::nftables );
+   EXPECT_EQ( options.table.name, "pbr" );
+   EXPECT_EQ( options.interval, 250ms );
+   EXPECT_EQ( options.format, OutputFormat::text );
+   EXPECT_EQ( options.duration, 1500ms );
+   EXPECT_EQ( options.maxRecords, 10U );
+   EXPECT_EQ( options.rpc.listen, "127.0.0.1:0" );
+   EXPECT_EQ( options.rpc.limits.connections, 8U );
+}
+
+/// Whatever --help lists can stand in a file: there it is refused for its value, not for its name.
+TEST_F( ConfiguredOptions, EveryOptionOfTheHelpIsKnown ) {
+   const std::string help = optionsFrom( { "--help" } ).answer.value();
+   int seen = 0;
+   for ( std::size_t at = help.find( "\n  --" ); at != help.npos;
+         at = help.find( "\n  --", at + 1 ) ) {
+      const std::size_t begin = at + 5;
+      const std::string name = help.substr( begin, help.find_first_of( " ,\n", begin ) - begin );
+      if ( name == "version" || name == "config" ) { continue; }
+      EXPECT_THAT( complaint( name + " = \"\"" ),
+                   StartsWith( file + ":1: --" + name + ": \"\" is not " ) );
+      ++seen;
+   }
+   EXPECT_GE( seen, 20 );
+}
+
+TEST_F( ConfiguredOptions, TheCommandLineGoesFirst ) {
+   EXPECT_EQ( with( "rate = 5\nseed = 6\n", { "--rate", "7" } ).synthetic.changesPerSecond, 7U );
+   EXPECT_EQ( with( "rate = 5\nseed = 6\n", { "--rate", "7" } ).synthetic.seed, 6U );
+}
+
+TEST_F( ConfiguredOptions, AnErrorNamesFileAndLine ) {
+   EXPECT_EQ( complaint( "# mine\nrate = fast\n" ),
+              file + ":2: --rate: \"fast\" is not a number from 0 to 10000000" );
+   EXPECT_EQ( complaint( "\ncolour = red\n" ),
+              file + ":2: unknown option \"colour\": velo-agent --help lists what there is, to be "
+                     "written without its dashes" );
+   EXPECT_EQ( complaint( "config = more.conf" ).find( file + ":1: unknown option" ), 0U );
+   EXPECT_EQ( complaint( "rate = 1\ntable = inet/t\n" ),
+              file + ":2: --table is of use only with --source nftables" );
+}
+
+TEST_F( ConfiguredOptions, AFileThatCannotBeReadIsNamed ) {
+   EXPECT_EQ( complaintAbout( { "--config", "/nowhere/velo.conf" } ),
+              "--config: cannot read /nowhere/velo.conf: No such file or directory" );
 }
 
 TEST( Options, EveryComplaintIsOneLine ) {

@@ -15,9 +15,9 @@
 #include "agent/TreeWriter.h"
 #include "agent/rpc/RpcServer.h"
 #include "agent/rpc/RpcServices.h"
+#include "agent/test/TemporaryDirectory.h"
 
 #include <chrono>
-#include <filesystem>
 #include <future>
 #include <grpcpp/channel.h>
 #include <grpcpp/client_context.h>
@@ -33,22 +33,6 @@
 #include <vector>
 
 namespace VeloAgent {
-
-/// A new directory, gone with this object.
-class TemporaryDirectory {
- public:
-   TemporaryDirectory() : path_( testing::TempDir() + "velo-XXXXXX" ) {
-      if ( !::mkdtemp( path_.data() ) ) { throw std::runtime_error( "cannot make " + path_ ); }
-   }
-   ~TemporaryDirectory() { std::filesystem::remove_all( path_ ); }
-   TemporaryDirectory( const TemporaryDirectory & ) = delete;
-   TemporaryDirectory & operator=( const TemporaryDirectory & ) = delete;
-
-   std::string operator/( const std::string & name ) const { return path_ + '/' + name; }
-
- private:
-   std::string path_;
-};
 
 class RpcFixture : public testing::Test {
  protected:

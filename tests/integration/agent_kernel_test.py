@@ -245,7 +245,7 @@ class StartUpFailures(unittest.TestCase):
         nft("flush ruleset" + RULES)
 
     def refused(self, *options, prefix=(), code=1, **how):
-        command = [*prefix, PROGRAM, "--source", "nftables", *options]
+        command = [*prefix, PROGRAM, "--listen", "none", "--source", "nftables", *options]
         got, output, complaints = run(*command, **how)
         self.assertEqual((got, output, len(complaints)), (code, b"", 1), complaints)
         return complaints[0]

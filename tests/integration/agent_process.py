@@ -16,11 +16,15 @@ PATIENCE = 60
 
 
 class Agent:
-    """One run. Follows the JSON lines and keeps what a consumer of the stream would know."""
+    """One run. Follows the JSON lines and keeps what a consumer of the stream would know.
 
-    def __init__(self, program, *options, env=None, prefix=()):
+    Serves nobody unless it is told where; `listen=None` leaves that to the agent.
+    """
+
+    def __init__(self, program, *options, env=None, prefix=(), listen="none"):
+        serving = () if listen is None else ("--listen", listen)
         self._process = subprocess.Popen(
-            [*prefix, program, *options],
+            [*prefix, program, *serving, *options],
             stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
             env={**os.environ, **(env or {})})
         self._changed = threading.Condition()

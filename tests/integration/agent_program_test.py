@@ -12,6 +12,9 @@ from agent_process import PATIENCE, Agent, run
 
 PROGRAM = None
 
+# For those that are started by hand.
+UNSERVED = ("--listen", "none")
+
 
 class Options(unittest.TestCase):
     def refused(self, *options):
@@ -68,8 +71,8 @@ class Synthetic(unittest.TestCase):
             self.assertEqual(agent.complaints, [])
 
     def test_text_is_for_people(self):
-        code, output, complaints = run(PROGRAM, "--policies", "1", "--classes", "2", "--rate", "0",
-                                       "--format", "text", "--max-records", "2")
+        code, output, complaints = run(PROGRAM, *UNSERVED, "--policies", "1", "--classes", "2",
+                                       "--rate", "0", "--format", "text", "--max-records", "2")
         self.assertEqual((code, complaints), (0, []))
         lines = output.decode().splitlines()
         self.assertEqual(sum(line.endswith(": 0 packets, 0 bytes (new)") for line in lines), 2)
@@ -87,7 +90,7 @@ class End(unittest.TestCase):
 
     def test_a_reader_that_leaves_ends_it_with_a_reason(self):
         reading, writing = os.pipe()
-        with subprocess.Popen([PROGRAM, "--rate", "1000"], stdout=writing,
+        with subprocess.Popen([PROGRAM, *UNSERVED, "--rate", "1000"], stdout=writing,
                               stderr=subprocess.PIPE) as agent:
             os.close(writing)
             self.assertTrue(json.loads(os.read(reading, 65536).splitlines()[0]))
@@ -99,16 +102,16 @@ class End(unittest.TestCase):
 
     def test_a_full_disk_ends_it_with_a_reason(self):
         with open("/dev/full", "wb") as full:
-            agent = subprocess.run([PROGRAM], stdout=full, stderr=subprocess.PIPE, timeout=PATIENCE,
-                                   check=False)
+            agent = subprocess.run([PROGRAM, *UNSERVED], stdout=full, stderr=subprocess.PIPE,
+                                   timeout=PATIENCE, check=False)
         self.assertEqual(agent.returncode, 1)
         self.assertEqual(agent.stderr.decode().splitlines(),
                          ["velo-agent: cannot write to standard output: No space left on device"])
 
     def test_a_reader_that_sleeps_cannot_keep_it_from_ending(self):
         reading, writing = os.pipe()
-        with subprocess.Popen([PROGRAM, "--policies", "1000", "--classes", "100"], stdout=writing,
-                              stderr=subprocess.PIPE) as agent:
+        with subprocess.Popen([PROGRAM, *UNSERVED, "--policies", "1000", "--classes", "100"],
+                              stdout=writing, stderr=subprocess.PIPE) as agent:
             os.close(writing)
             # Once it has written, it goes on to fill the pipe: the population is far larger.
             self.assertTrue(os.read(reading, 1))
