@@ -1,20 +1,25 @@
 #include "agent/Agent.h"
 
 #include "agent/EventLoop.h"
+#include "agent/Inspection.h"
 #include "agent/JsonLineFormat.h"
 #include "agent/Managers.h"
 #include "agent/Output.h"
 #include "agent/Printable.h"
 #include "agent/ProcessScheduler.h"
 #include "agent/Readiness.h"
+#include "agent/ServiceManager.h"
 #include "agent/StopSignals.h"
 #include "agent/StreamFrontend.h"
 #include "agent/SyntheticSource.h"
 #include "agent/TextLineFormat.h"
 #include "agent/TreeWriter.h"
+#include "agent/metrics/Metrics.h"
 #include "agent/nftables/NftSource.h"
+#include "agent/recording/Recorder.h"
 #include "agent/rpc/RpcServer.h"
 #include "agent/rpc/RpcServices.h"
+#include "agent/stream/WatchingClients.h"
 
 #include <asio/steady_timer.hpp>
 #include <cerrno>
@@ -49,13 +54,18 @@ class Agent final : public SourceListener {
  private:
    void begin();
    void ready();
+   void startServer();
+   void startMetrics();
    /// The loop goes on until every call has been answered.
    void end();
 
    /// Null if counters come from RPC clients only.
    std::unique_ptr< Source > sourceFor( const Options & options );
+   /// Null if nothing is to be recorded.
+   std::unique_ptr< Recorder > recorderFor( const Options & options );
 
    void changesFound( CounterChanges changes ) override {
+      if ( recorder_ ) { recorder_->published( changes ); }
       writer_->apply( std::move( changes ), [this] { source_->changesApplied(); } );
    }
    void sourceFailed( const std::string & what, std::chrono::milliseconds retryIn ) override {
@@ -80,9 +90,15 @@ class Agent final : public SourceListener {
    const Lumo::Ptr< StreamFrontend > frontend_;
    const Lumo::Ptr< TreeWriter > writer_;
    const std::unique_ptr< Source > source_;
+   const std::unique_ptr< Recorder > recorder_;
    asio::steady_timer duration_;
+
+   WatchingClients clients_;
+   Inspection inspection_;
    const RpcServices services_;
    std::unique_ptr< RpcServer > server_;
+   std::unique_ptr< Metrics > metrics_;
+   ServiceManager serviceManager_;
    const Lumo::Ptr< Readiness > readiness_;
    bool ending_ = false;
 };
@@ -98,8 +114,15 @@ Agent::Agent( const Options & options, const StopSignals & stopSignals, int outp
      writer_( Lumo::makeNode< TreeWriter >(
         *scheduler_, root_, [this]( const std::string & what ) { noted( what ); } ) ),
      source_( sourceFor( options ) ),
+     recorder_( recorderFor( options ) ),
      duration_( loop_.context() ),
-     services_( { .loop = loop_, .managers = managers_, .writer = *writer_ } ),
+     inspection_( managers_, **scheduler_, clients_ ),
+     services_( { .loop = loop_,
+                  .managers = managers_,
+                  .writer = *writer_,
+                  .inspection = inspection_,
+                  .recorder = recorder_.get() } ),
+     serviceManager_( loop_ ),
      readiness_( Lumo::makeNode< Readiness >( [this] { ready(); } ) ) {
    loop_.whenReadable( stopSignals.fd(), [this] { end(); } );
    if ( options.maxRecords ) {
@@ -119,9 +142,18 @@ std::unique_ptr< Source > Agent::sourceFor( const Options & options ) {
    return nullptr;
 }
 
+std::unique_ptr< Recorder > Agent::recorderFor( const Options & options ) {
+   if ( options.recordFile.empty() ) { return nullptr; }
+   const auto ended = [this]( const std::string & why ) {
+      loop_.post( [this, why] { noted( why ); } );
+   };
+   return std::make_unique< Recorder >( options.recordFile, ended );
+}
+
 void Agent::begin() {
    const velo::sdk_scoped_lock lock;
-   server_ = rpcServerFor( options_.rpc, services_.all(), complain );
+   startServer();
+   startMetrics();
    managers_.mount();
    managers_.pbrCounters().startWatching( frontend_ );
    readiness_->watch( managers_.pbrCounters() );
@@ -132,12 +164,27 @@ void Agent::begin() {
    }
 }
 
+void Agent::startServer() {
+   server_ = rpcServerFor( options_.rpc, services_.all(), complain );
+   if ( server_ ) { inspection_.connectionsAre( server_->connections() ); }
+}
+
+void Agent::startMetrics() {
+   if ( options_.metricsAddress.empty() ) { return; }
+   metrics_ = std::make_unique< Metrics >( loop_, inspection_, options_.metricsAddress );
+}
+
 void Agent::ready() {
-   if ( server_ && !ending_ ) { server_->servingIs( true ); }
+   if ( ending_ ) { return; }
+   inspection_.readyIs( true );
+   if ( server_ ) { server_->servingIs( true ); }
+   serviceManager_.ready();
 }
 
 void Agent::end() {
    if ( std::exchange( ending_, true ) ) { return; }
+   inspection_.readyIs( false );
+   serviceManager_.stopping();
    if ( !server_ ) { return loop_.stop(); }
    server_->servingIs( false );
    server_->shutdown( std::chrono::system_clock::now() + kShutdownGrace, [this] { loop_.stop(); } );

@@ -19,7 +19,8 @@ Managers::Managers( const Lumo::Ptr< PbrCountersRoot > & pbrCountersRoot )
      pbrCounters_( &mounts_ ),
      linkWeights_( &mounts_ ),
      fibOverrides_( &mounts_, kFibOverrideName ),
-     mplsRoutes_( &mounts_, &watchedNexthopGroups_ ) {
+     mplsRoutes_( &mounts_, &watchedNexthopGroups_ ),
+     mountList_( &mounts_ ) {
    sharedMemEntities_->entityIs( kPbrCountersPath, pbrCountersRoot );
    entities_->entityIs( kMplsStatusPath, Lumo::makeNode< Mpls::Hardware::Status >() );
 

@@ -20,6 +20,7 @@
 #include "VeloSdkRpc/FibOverrideMgr.h"
 #include "VeloSdkRpc/MplsRouteHwProgrammingWatcher.h"
 #include "VeloSdkRpc/PbrCountersMgr.h"
+#include "agent/MountList.h"
 
 namespace VeloAgent {
 
@@ -40,6 +41,9 @@ class Managers {
    /// The agent's map of next-hop groups, for whoever names them.
    NexthopGroup::NexthopGroupMap & nexthopGroups() { return *nexthopGroups_; }
 
+   /// What the managers are mounted on.
+   std::vector< MountReport > mounts() const { return mountList_.reports(); }
+
    /// The state database, where those who follow the configuration find it.
    const Keldb::EntityManager & entities() const { return *entities_; }
 
@@ -53,6 +57,7 @@ class Managers {
    VeloSdkRpc::bgp_link_weight_mgr linkWeights_;
    VeloSdkRpc::fib_override_mgr fibOverrides_;
    VeloSdkRpc::MplsRouteHwProgrammingWatcher mplsRoutes_;
+   MountList mountList_; ///< The last of the handlers.
 };
 
 } // namespace VeloAgent

@@ -60,6 +60,7 @@ class AgentOptions {
       declareNftables();
       declareServer();
       declareTls();
+      declareObservation();
    }
 
    Options parse( const std::vector< std::string > & arguments ) {
@@ -139,6 +140,24 @@ class AgentOptions {
       file( "--tls-key", "Its key, as PEM", tls.key );
       file( "--tls-client-ca", "Clients need a certificate of one of these authorities, as PEM",
             tls.clientCa );
+   }
+
+   void declareObservation() {
+      parser_.groupIs( "Watching over it" );
+      parser_.text( "--metrics", "HOST:PORT",
+                    "Serve metrics at http://HOST:PORT/metrics (nowhere), to whoever can reach it",
+                    [this]( const std::string & given ) {
+                       const auto address = listenAddressFrom( given );
+                       if ( !address || !std::holds_alternative< TcpAddress >( *address ) ) {
+                          OptionsParser::refuse( "--metrics", given,
+                                                 "HOST:PORT, for example 127.0.0.1:9464" );
+                       }
+                       options_.metricsAddress = given;
+                    } );
+      file( "--record",
+            "Write down what sources and clients publish, for veloctl replay; a file that is there "
+            "is written over",
+            options_.recordFile );
    }
 
    void time( const char * name, const std::string & help, std::uint64_t most,

@@ -33,6 +33,8 @@ struct Options {
    std::optional< std::chrono::milliseconds > duration;
    std::optional< std::uint64_t > maxRecords;
    RpcServerOptions rpc;
+   std::string metricsAddress; ///< HOST:PORT; empty: no metrics.
+   std::string recordFile;     ///< Empty: nothing is recorded.
 
    /// Set when the command line asks a question (--help, --version): print this and do nothing
    /// else.

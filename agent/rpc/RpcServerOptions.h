@@ -29,8 +29,8 @@ struct RpcLimits {
 struct RpcServerOptions {
    /// One of the forms of ListenAddress.h; empty: the default address.
    std::string listen;
-   TlsFiles tls; ///< Without a certificate: no TLS.
-   RpcLimits limits;
+   TlsFiles tls{}; ///< Without a certificate: no TLS.
+   RpcLimits limits{};
 };
 
 } // namespace VeloAgent

@@ -3,6 +3,7 @@
 #include "agent/Managers.h"
 #include "agent/rpc/BgpLinkWeightsService.h"
 #include "agent/rpc/FibOverridesService.h"
+#include "agent/rpc/IntrospectionService.h"
 #include "agent/rpc/SwitchStateService.h"
 
 #include <grpc/grpc.h>
@@ -22,7 +23,8 @@ RpcServices::RpcServices( const Parts & parts ) {
    keepGrpcUp();
    services_.push_back( makeBgpLinkWeightsService( parts.loop, parts.managers.linkWeights() ) );
    services_.push_back( makeFibOverridesService( parts.loop, parts.managers.fibOverrides() ) );
-   services_.push_back( makeSwitchStateService( parts.loop, parts.writer ) );
+   services_.push_back( makeIntrospectionService( parts.loop, parts.inspection ) );
+   services_.push_back( makeSwitchStateService( parts.loop, parts.writer, parts.recorder ) );
 }
 
 RpcServices::~RpcServices() = default;

@@ -18,7 +18,9 @@ class Service;
 namespace VeloAgent {
 
 class EventLoop;
+class Inspection;
 class Managers;
+class Recorder;
 class TreeWriter;
 
 class RpcServices {
@@ -28,6 +30,8 @@ class RpcServices {
       EventLoop & loop;
       Managers & managers;
       TreeWriter & writer;
+      const Inspection & inspection;
+      Recorder * recorder = nullptr; ///< Null: nobody writes down what is published.
    };
 
    explicit RpcServices( const Parts & parts );

@@ -1,6 +1,7 @@
 #include "agent/rpc/SwitchStateService.h"
 
 #include "agent/TreeWriter.h"
+#include "agent/recording/Recorder.h"
 #include "agent/rpc/PbrCountersConversion.h"
 #include "agent/rpc/UnaryCall.h"
 
@@ -14,7 +15,8 @@ namespace v1 = velo::rpc::v1;
 
 class SwitchStateService final : public v1::SwitchState::CallbackService {
  public:
-   SwitchStateService( EventLoop & loop, TreeWriter & writer ) : loop_( loop ), writer_( writer ) {}
+   SwitchStateService( EventLoop & loop, TreeWriter & writer, Recorder * recorder )
+      : loop_( loop ), writer_( writer ), recorder_( recorder ) {}
 
  private:
    grpc::ServerUnaryReactor * PublishPbrCounters( grpc::CallbackServerContext * context,
@@ -25,6 +27,7 @@ class SwitchStateService final : public v1::SwitchState::CallbackService {
          [&]( CounterChanges changes ) {
             return longCall( loop_, *context,
                              [this, changes = std::move( changes )]( auto answer ) mutable {
+                                if ( recorder_ ) { recorder_->published( changes ); }
                                 writer_.apply( std::move( changes ), answer );
                              } );
          } );
@@ -32,12 +35,14 @@ class SwitchStateService final : public v1::SwitchState::CallbackService {
 
    EventLoop & loop_;
    TreeWriter & writer_;
+   Recorder * const recorder_;
 };
 
 } // namespace
 
-std::unique_ptr< grpc::Service > makeSwitchStateService( EventLoop & loop, TreeWriter & writer ) {
-   return std::make_unique< SwitchStateService >( loop, writer );
+std::unique_ptr< grpc::Service > makeSwitchStateService( EventLoop & loop, TreeWriter & writer,
+                                                         Recorder * recorder ) {
+   return std::make_unique< SwitchStateService >( loop, writer, recorder );
 }
 
 } // namespace VeloAgent

@@ -13,9 +13,12 @@ class Service;
 namespace VeloAgent {
 
 class EventLoop;
+class Recorder;
 class TreeWriter;
 
-/// `loop` and `writer` outlive the server. Of the writer every request is one portion.
-std::unique_ptr< grpc::Service > makeSwitchStateService( EventLoop & loop, TreeWriter & writer );
+/// `loop`, `writer` and `recorder` outlive the server; the last may be null. Of the writer every
+/// request is one portion.
+std::unique_ptr< grpc::Service > makeSwitchStateService( EventLoop & loop, TreeWriter & writer,
+                                                         Recorder * recorder );
 
 } // namespace VeloAgent

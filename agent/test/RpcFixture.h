@@ -10,11 +10,13 @@
 #pragma once
 
 #include "agent/EventLoop.h"
+#include "agent/Inspection.h"
 #include "agent/Managers.h"
 #include "agent/ProcessScheduler.h"
 #include "agent/TreeWriter.h"
 #include "agent/rpc/RpcServer.h"
 #include "agent/rpc/RpcServices.h"
+#include "agent/stream/WatchingClients.h"
 #include "agent/test/TemporaryDirectory.h"
 
 #include <chrono>
@@ -49,7 +51,10 @@ class RpcFixture : public testing::Test {
       std::vector< std::string > failures; ///< Of the tree's writer.
       const Lumo::Ptr< TreeWriter > writer = Lumo::makeNode< TreeWriter >(
          *scheduler, root, [this]( const std::string & what ) { failures.push_back( what ); } );
-      const RpcServices services{ { .loop = loop, .managers = managers, .writer = *writer } };
+      WatchingClients clients;
+      Inspection inspection{ managers, **scheduler, clients };
+      const RpcServices services{
+         { .loop = loop, .managers = managers, .writer = *writer, .inspection = inspection } };
       RpcServer server;
    };
 
