@@ -126,7 +126,7 @@ class AgentOptions {
       limit( "--max-connections", "N", "Connections at a time", 1, kMostConnections,
              limits.connections );
       time( "--keepalive-time",
-            "A connection that was silent for so long is asked for a sign of life", kMostKeepalive,
+            "A client in a call, silent for so long, is asked for a sign of life", kMostKeepalive,
             limits.keepaliveTime );
       time( "--keepalive-timeout", "Time for that sign, before the connection is closed",
             kMostKeepalive, limits.keepaliveTimeout );

@@ -20,9 +20,23 @@ namespace {
 /// spin, for the one who waits stays in the queue.
 constexpr int kPauseMs = 50;
 
+constexpr int kProbeAfterSeconds = 60;
+
 FileDescriptor checked( int fd, const char * what ) {
    if ( fd < 0 ) { throw std::system_error( errno, std::generic_category(), what ); }
    return FileDescriptor( fd );
+}
+
+/// Small messages must not wait for each other, and machines that have vanished give their place
+/// free. Of no effect on Unix sockets.
+void prepare( int connection ) {
+   const auto set = [connection]( int level, int option, int value ) {
+      ::setsockopt( connection, level, option, &value, sizeof( value ) );
+   };
+   set( IPPROTO_TCP, TCP_NODELAY, 1 );
+   set( SOL_SOCKET, SO_KEEPALIVE, 1 );
+   set( IPPROTO_TCP, TCP_KEEPIDLE, kProbeAfterSeconds );
+   set( IPPROTO_TCP, TCP_KEEPINTVL, kProbeAfterSeconds );
 }
 
 } // namespace
@@ -90,9 +104,7 @@ void ConnectionGate::admit( int listener, FileDescriptor connection ) {
       ++refused_;
       return;
    }
-   // Small messages must not wait for each other. Of no effect on Unix sockets.
-   const int on = 1;
-   ::setsockopt( *connection, IPPROTO_TCP, TCP_NODELAY, &on, sizeof( on ) );
+   prepare( *connection );
    const int key = *second;
    watched_.emplace( key, std::move( second ) );
    open_ = watched_.size();

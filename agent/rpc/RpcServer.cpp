@@ -2,11 +2,13 @@
 
 #include "agent/rpc/ServerCredentials.h"
 
+#include <algorithm>
 #include <fmt/format.h>
 #include <grpcpp/ext/proto_server_reflection_plugin.h>
 #include <grpcpp/health_check_service_interface.h>
 #include <grpcpp/security/server_credentials.h>
 #include <stdexcept>
+#include <sys/resource.h>
 #include <utility>
 
 namespace VeloAgent {
@@ -28,7 +30,22 @@ void limitsAre( grpc::ServerBuilder & builder, const RpcLimits & limits ) {
    argument( GRPC_ARG_MAX_CONCURRENT_STREAMS, limits.streams );
    argument( GRPC_ARG_KEEPALIVE_TIME_MS, limits.keepaliveTime.count() );
    argument( GRPC_ARG_KEEPALIVE_TIMEOUT_MS, limits.keepaliveTimeout.count() );
-   argument( GRPC_ARG_KEEPALIVE_PERMIT_WITHOUT_CALLS, 1 );
+   // A client without a call may not be looking, and then would not answer although it is there.
+   argument( GRPC_ARG_KEEPALIVE_PERMIT_WITHOUT_CALLS, 0 );
+   // Clients may ask for a sign of life too; more often than this is taken for an attack.
+   argument( GRPC_ARG_HTTP2_MIN_RECV_PING_INTERVAL_WITHOUT_DATA_MS, 5'000 );
+}
+
+/// As many as the connections need and the process may have. Where that is too few, the gate lets
+/// in only so many.
+void descriptorsSufficeFor( std::size_t connections ) {
+   constexpr rlim_t others = 256;
+   rlimit limit = {};
+   if ( ::getrlimit( RLIMIT_NOFILE, &limit ) != 0 ) { return; }
+   const rlim_t wanted = std::min( limit.rlim_max, 2 * rlim_t{ connections } + others );
+   if ( limit.rlim_cur >= wanted ) { return; }
+   limit.rlim_cur = wanted;
+   ::setrlimit( RLIMIT_NOFILE, &limit );
 }
 
 } // namespace
@@ -56,6 +73,7 @@ RpcServer::RpcServer( const RpcServerOptions & options,
    if ( !server_ ) { throw std::runtime_error( "the RPC server could not be started" ); }
    servingIs( false );
 
+   descriptorsSufficeFor( options.limits.connections );
    gate_ = std::make_unique< ConnectionGate >( sockets_->sockets(), options.limits.connections,
                                                [this]( int listener, int connection ) {
                                                   Acceptor::NewConnectionParameters newConnection;

@@ -20,8 +20,8 @@ struct RpcLimits {
    std::uint32_t messageBytes = 4 * 1024 * 1024; ///< The largest request.
    std::uint32_t streams = 100;                  ///< Calls at a time, of one connection.
    std::uint32_t connections = 256;
-   /// A connection on which nothing has come for so long is asked whether it is there still, and
-   /// closed if it does not answer in time.
+   /// A client with a call in progress that was silent for so long is asked whether it is there
+   /// still, and its connection closed if it does not answer in time.
    std::chrono::milliseconds keepaliveTime{ 60'000 };
    std::chrono::milliseconds keepaliveTimeout{ 20'000 };
 };

@@ -1,7 +1,9 @@
 """velo-agent as a server: where it listens, whom it lets in, and what it survives."""
 
 import argparse
+import contextlib
 import os
+import resource
 import signal
 import socket
 import stat
@@ -157,6 +159,17 @@ class Limits(Served):
         first.close()
         self.assertEqual(health(second), SERVING)
 
+    def test_the_descriptors_of_many_connections_are_seen_to(self):
+        agent, _ = self.serving("--max-connections", "500",
+                                prefix=("prlimit", "--nofile=64:4000", "--"))
+        soft, _ = resource.prlimit(agent.pid, resource.RLIMIT_NOFILE)
+        self.assertGreater(soft, 2 * 500)
+        with contextlib.ExitStack() as clients:
+            for _ in range(300):
+                client = clients.enter_context(socket.socket(socket.AF_UNIX))
+                client.connect(self.path)
+            self.assertEqual(health(self.channel()), SERVING)
+
     def test_one_call_too_many_of_a_connection_waits_for_its_turn(self):
         _, to_it = self.serving("--max-streams", "1")
         first = health_changes(to_it)
@@ -165,6 +178,18 @@ class Limits(Served):
         self.assertFalse(waiting.done())
         first.cancel()
         self.assertEqual(waiting.result(PATIENCE), SERVING)
+
+    def test_a_client_without_a_sign_of_life_gives_its_place_free(self):
+        self.agent("--max-connections", "1", "--keepalive-time", "50", "--keepalive-timeout", "50")
+        watching = ("import sys, agent_rpc\n"
+                    "for _ in agent_rpc.health_changes(agent_rpc.channel(sys.argv[1])):\n"
+                    "   print(flush=True)\n")
+        with subprocess.Popen([sys.executable, "-B", "-c", watching, self.address],
+                              cwd=os.path.dirname(os.path.abspath(__file__)), stdout=subprocess.PIPE) as client:
+            self.assertEqual(client.stdout.readline(), b"\n")
+            client.send_signal(signal.SIGSTOP)
+            until_serving(self.channel())
+            client.kill()
 
     def test_garbage_on_the_socket_harms_nobody(self):
         _, to_it = self.serving()
