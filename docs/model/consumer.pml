@@ -1,0 +1,119 @@
+/* The consumer as the contract wants it, what it is owed, and the invariants.
+
+   The consumer keeps the set of short keys that it was told. It starts from nothing each time it
+   starts watching, and drops a record in hand that comes from before that. It reads the counters
+   when it is called, and believes what it was told when it returns. */
+
+bool toldSet[SHORT_KEYS + 1];
+bool current[SHORT_KEYS + 1]; /* It has read the counters since they last changed while streaming. */
+bool handCurrent;             /* The same of the record in hand. */
+bool notForMe;                /* The record in hand is told to a predecessor, or comes from before
+                                 a new start. */
+
+/* The ledger: what somebody who sees everything writes down. The system knows nothing of it. */
+byte longKeyOf[SHORT_KEYS + 1];   /* What a short key was handed out for, plus 1; 0: nothing. */
+bool promised[SHORT_KEYS + 1];    /* The consumer will know it when nothing is pending. */
+bool longKeyOwed[SHORT_KEYS + 1]; /* It appeared in this stream, and nobody was told since. */
+bool sinceStart;                  /* The consumer watches since the stream began. */
+
+#define live( k ) ( longKeyOf[k] != 0 && shortKey[longKeyOf[k] - 1] == k )
+
+/* What the machines do -------------------------------------------------------------------------*/
+
+inline handedOut( k, l ) {
+   assert( OneLongKeyPerShortKey || longKeyOf[k] == 0 || longKeyOf[k] == l + 1 );
+   longKeyOf[k] = l + 1
+}
+
+inline appeared( k ) { longKeyOwed[k] = true }
+
+inline changed( k ) {
+   current[k] = false;
+   handCurrent = handCurrent && inHand != k;
+   promised[k] = frontend
+}
+
+inline gone( k ) { promised[k] = false }
+
+/* What the manager does ------------------------------------------------------------------------*/
+
+inline startsFromNothing() {
+   notForMe = running;
+   for ( j : 1 .. SHORT_KEYS ) { toldSet[j] = false; current[j] = false }
+}
+
+inline startedAnew( somebody ) {
+   sinceStart = somebody;
+   startsFromNothing();
+   for ( j : 1 .. SHORT_KEYS ) {
+      promised[j] = somebody && live( j );
+      longKeyOwed[j] = false
+   }
+}
+
+/* What the run in progress has still to process after the entry in hand. */
+#define stillToCome( k )                                                                          \
+   ( running && !outdated && taken[k] != NOTHING && ( k > inHand || ( start != 0 && k < start ) ) )
+
+inline tookOver( somebody ) {
+   sinceStart = false;
+   startsFromNothing();
+   for ( j : 1 .. SHORT_KEYS ) {
+      promised[j] = somebody && live( j ) && ( backlog[j] != NOTHING || stillToCome( j ) )
+   }
+}
+
+inline stopped() {
+   for ( j : 1 .. SHORT_KEYS ) { longKeyOwed[j] = false }
+   sinceStart = false
+}
+
+/* What the run does ----------------------------------------------------------------------------*/
+
+inline appendItemBegins() {
+   handCurrent = true;
+   notForMe = false;
+   assert( LongKeyFirst || encodeLongKey || isDeletion( taken[inHand] ) || !longKeyOwed[inHand] );
+   assert( LongKeyOnce || !encodeLongKey || !toldSet[inHand] )
+}
+
+inline appendItemReturns() {
+   if
+   :: !notForMe ->
+      toldSet[inHand] = !isDeletion( taken[inHand] );
+      current[inHand] = toldSet[inHand] && handCurrent
+   :: else
+   fi;
+   longKeyOwed[inHand] = longKeyOwed[inHand] && isDeletion( taken[inHand] );
+   handCurrent = false;
+   notForMe = false
+}
+
+/* What is pending again is for whoever watches now. */
+inline appendItemThrows() {
+   if
+   :: !outdated && backlog[inHand] == NOTHING && !isDeletion( taken[inHand] ) ->
+      promised[inHand] = promised[inHand] || frontend
+   :: else
+   fi;
+   handCurrent = false;
+   notForMe = false
+}
+
+/* The invariants -------------------------------------------------------------------------------*/
+
+#define deletionPending( k )                                                                      \
+   ( isDeletion( backlog[k] ) || ( stillToCome( k ) && isDeletion( taken[k] ) ) ||                \
+     ( inHand == k && !notForMe && isDeletion( taken[k] ) ) )
+
+/* Wherever somebody could look: between two runs, and in a call of the consumer. */
+inline check() {
+   anythingPending( found );
+   assert( Converges || running || !found || scheduled );
+   for ( i : 1 .. SHORT_KEYS ) {
+      assert( OneRecordPerKey || ( recordsIn( backlog[i] ) <= 1 && recordsIn( taken[i] ) <= 1 ) );
+      assert( Converges || running || found || !promised[i] || ( toldSet[i] && current[i] ) );
+      assert( Converges || !sinceStart || promised[i] == live( i ) );
+      assert( NoDeletionLost || !toldSet[i] || promised[i] || deletionPending( i ) )
+   }
+}
