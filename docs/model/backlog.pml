@@ -38,13 +38,13 @@ inline backlogIs( k, record ) {
 
 inline backlogDel( k ) {
    if
-   :: backlog[k] != NOTHING -> backlog[k] = NOTHING; scheduled = true
+   :: backlog[k] != NOTHING -> backlog[k] = NOTHING; turnCame( k ); scheduled = true
    :: else
    fi
 }
 
 inline backlogDelAll() {
-   for ( j : 1 .. SHORT_KEYS ) { backlog[j] = NOTHING }
+   for ( j : 1 .. SHORT_KEYS ) { backlog[j] = NOTHING; turnCame( j ) }
 }
 
 inline anythingPending( answer ) {
@@ -52,6 +52,7 @@ inline anythingPending( answer ) {
    for ( j : 1 .. SHORT_KEYS ) { answer = answer || backlog[j] != NOTHING }
 }
 
+/* Takes everything and leaves an empty backlog. */
 inline moveOut() {
    for ( j : 1 .. SHORT_KEYS ) { taken[j] = backlog[j]; backlog[j] = NOTHING }
 }
@@ -68,6 +69,10 @@ inline mergeBack() {
       :: taken[j] != NOTHING -> backlog[j] = taken[j]
 #endif
       :: taken[j] != NOTHING && backlog[j] == NOTHING -> backlog[j] = taken[j]
+      :: else
+      fi;
+      if
+      :: taken[j] != NOTHING -> leftOver( j )
       :: else
       fi;
       taken[j] = NOTHING
@@ -130,6 +135,7 @@ inline notTold() {
 /* Up to the call of the consumer, if there is to be one: not for the deletion of a key that it
    never learnt, and not if the consumer was taken away during the run. */
 inline processItem() {
+   turnCame( inHand );
    isNovelKey( inHand, encodeLongKey );
    if
    :: encodeLongKey && isDeletion( taken[inHand] ) -> told = false
@@ -153,7 +159,11 @@ inline advance() {
 /* Told to yield: the next run begins at the entry in hand. */
 inline stopBefore() {
    processedDel();
+#ifdef MISTAKE_NoBookmark
+   bookmark = 0
+#else
    bookmark = inHand
+#endif
 }
 
 /* The consumer threw: the entry in hand stays, and the next run begins behind it. */
@@ -164,7 +174,10 @@ inline stopBehind() {
 }
 
 /* Everything was filed anew: nothing of what was taken is worth keeping. */
-inline stopOutdated() { takenDel( 1, SHORT_KEYS + 1 ) }
+inline stopOutdated() {
+   takenDel( 1, SHORT_KEYS + 1 );
+   for ( j : 1 .. SHORT_KEYS ) { turnCame( j ) }
+}
 
 inline runEnds() {
    mergeBack();

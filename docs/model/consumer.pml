@@ -5,7 +5,7 @@
    when it is called, and believes what it was told when it returns. */
 
 bool toldSet[SHORT_KEYS + 1];
-bool current[SHORT_KEYS + 1]; /* It has read the counters since they last changed while streaming. */
+bool current[SHORT_KEYS + 1]; /* It read the counters after their last change while streaming. */
 bool handCurrent;             /* The same of the record in hand. */
 bool notForMe;                /* The record in hand is told to a predecessor, or comes from before
                                  a new start. */
@@ -13,15 +13,17 @@ bool notForMe;                /* The record in hand is told to a predecessor, or
 /* The ledger: what somebody who sees everything writes down. The system knows nothing of it. */
 byte longKeyOf[SHORT_KEYS + 1];   /* What a short key was handed out for, plus 1; 0: nothing. */
 bool promised[SHORT_KEYS + 1];    /* The consumer will know it when nothing is pending. */
+bool handPromised;                /* ... and the record in hand, if its delivery fails. */
 bool longKeyOwed[SHORT_KEYS + 1]; /* It appeared in this stream, and nobody was told since. */
 bool sinceStart;                  /* The consumer watches since the stream began. */
+byte runsMissed[SHORT_KEYS + 1];  /* How many runs in a row have left the record of a key over. */
 
 #define live( k ) ( longKeyOf[k] != 0 && shortKey[longKeyOf[k] - 1] == k )
 
 /* What the machines do -------------------------------------------------------------------------*/
 
 inline handedOut( k, l ) {
-   assert( OneLongKeyPerShortKey || longKeyOf[k] == 0 || longKeyOf[k] == l + 1 );
+   holds( OneLongKeyPerShortKey, longKeyOf[k] == 0 );
    longKeyOf[k] = l + 1
 }
 
@@ -33,13 +35,29 @@ inline changed( k ) {
    promised[k] = frontend
 }
 
-inline gone( k ) { promised[k] = false }
+inline goneWhileIdle( k ) {
+#ifdef LIMIT_ToldOfDeletionsWhileIdle
+   promised[k] = false
+#else
+   skip
+#endif
+}
+
+inline gone( k ) {
+   promised[k] = false;
+   handPromised = handPromised && inHand != k
+}
 
 /* What the manager does ------------------------------------------------------------------------*/
 
 inline startsFromNothing() {
+#ifndef LIMIT_KeepsRecordInHand
    notForMe = running;
+#endif
+   handPromised = false;
+#ifndef LIMIT_RemembersOverStarts
    for ( j : 1 .. SHORT_KEYS ) { toldSet[j] = false; current[j] = false }
+#endif
 }
 
 inline startedAnew( somebody ) {
@@ -56,15 +74,20 @@ inline startedAnew( somebody ) {
    ( running && !outdated && taken[k] != NOTHING && ( k > inHand || ( start != 0 && k < start ) ) )
 
 inline tookOver( somebody ) {
+#ifndef LIMIT_SuccessorKnowsTheTree
    sinceStart = false;
+#endif
    startsFromNothing();
    for ( j : 1 .. SHORT_KEYS ) {
       promised[j] = somebody && live( j ) && ( backlog[j] != NOTHING || stillToCome( j ) )
    }
+   handPromised = somebody && told && !outdated && live( inHand )
 }
 
 inline stopped() {
+#ifndef LIMIT_LongKeysOwedAfterStop
    for ( j : 1 .. SHORT_KEYS ) { longKeyOwed[j] = false }
+#endif
    sinceStart = false
 }
 
@@ -73,8 +96,7 @@ inline stopped() {
 inline appendItemBegins() {
    handCurrent = true;
    notForMe = false;
-   assert( LongKeyFirst || encodeLongKey || isDeletion( taken[inHand] ) || !longKeyOwed[inHand] );
-   assert( LongKeyOnce || !encodeLongKey || !toldSet[inHand] )
+   holds( LongKeyFirst, encodeLongKey || isDeletion( taken[inHand] ) || !longKeyOwed[inHand] )
 }
 
 inline appendItemReturns() {
@@ -86,18 +108,24 @@ inline appendItemReturns() {
    fi;
    longKeyOwed[inHand] = longKeyOwed[inHand] && isDeletion( taken[inHand] );
    handCurrent = false;
+   handPromised = false;
    notForMe = false
 }
 
 /* What is pending again is for whoever watches now. */
 inline appendItemThrows() {
-   if
-   :: !outdated && backlog[inHand] == NOTHING && !isDeletion( taken[inHand] ) ->
-      promised[inHand] = promised[inHand] || frontend
-   :: else
-   fi;
+   promised[inHand] = promised[inHand] || handPromised;
    handCurrent = false;
+   handPromised = false;
    notForMe = false
+}
+
+/* Its turn has come, or it is gone. */
+inline turnCame( k ) { runsMissed[k] = 0 }
+
+inline leftOver( k ) {
+   runsMissed[k] = runsMissed[k] + 1;
+   holds( EveryTurnComes, runsMissed[k] <= SHORT_KEYS )
 }
 
 /* The invariants -------------------------------------------------------------------------------*/
@@ -109,11 +137,11 @@ inline appendItemThrows() {
 /* Wherever somebody could look: between two runs, and in a call of the consumer. */
 inline check() {
    anythingPending( found );
-   assert( Converges || running || !found || scheduled );
+   holds( Converges, running || !found || scheduled );
    for ( i : 1 .. SHORT_KEYS ) {
-      assert( OneRecordPerKey || ( recordsIn( backlog[i] ) <= 1 && recordsIn( taken[i] ) <= 1 ) );
-      assert( Converges || running || found || !promised[i] || ( toldSet[i] && current[i] ) );
-      assert( Converges || !sinceStart || promised[i] == live( i ) );
-      assert( NoDeletionLost || !toldSet[i] || promised[i] || deletionPending( i ) )
+      holds( OneRecordPerKey, recordsIn( backlog[i] ) <= 1 && recordsIn( taken[i] ) <= 1 );
+      holds( Converges, running || found || !promised[i] || ( toldSet[i] && current[i] ) );
+      holds( Converges, !sinceStart || promised[i] == live( i ) );
+      holds( NoDeletionLost, !toldSet[i] || promised[i] || deletionPending( i ) )
    }
 }

@@ -12,15 +12,16 @@
 #define SHORT_KEYS 3
 #endif
 
-/* The names of the invariants: all false, for ever, so that what fails tells its name. */
-hidden byte OneRecordPerKey, OneLongKeyPerShortKey, NoDeletionLost, Converges, LongKeyFirst,
-   LongKeyOnce;
+/* The invariants: true once they are broken. */
+bool OneRecordPerKey, OneLongKeyPerShortKey, NoDeletionLost, Converges, LongKeyFirst,
+   EveryTurnComes;
+#define holds( invariant, condition ) invariant = invariant || !( condition )
 
-/* Scratch paper within one step. */
+/* Scratch paper within one step. (A step, d_step, must not end with a loop: hence the skips.) */
 hidden byte i, j, currentKey;
 hidden byte found;
 
-byte class;
+byte class; /* The one that an event is about. */
 
 #include "backlog.pml"
 #include "table.pml"
@@ -36,30 +37,35 @@ inline event() {
 
 /* Somebody does something. */
 inline deed() {
-   atomic {
+   if
+   :: select( class : 0 .. LONG_KEYS - 1 );
       if
-      :: select( class : 0 .. LONG_KEYS - 1 );
-         if
-         :: d_step { !hasCounters[class] && nextKey < SHORT_KEYS ->
-                     hasCounters[class] = true; event() }
-         :: d_step { hasCounters[class] -> hasCounters[class] = false; event() }
-         :: d_step { hasCounters[class] && streaming -> event() } /* Its counters change. */
-         :: else
-         fi
-      :: d_step { startWatching( true ); skip }
-      :: d_step { startWatching( false ); skip } /* Without a frontend. */
-      :: d_step { stopWatching(); skip }
+      :: d_step { !hasCounters[class] && nextKey < SHORT_KEYS ->
+                  hasCounters[class] = true; event() }
+      :: d_step { hasCounters[class] -> hasCounters[class] = false; event() }
+      :: d_step { hasCounters[class] && streaming -> event() } /* Its counters change. */
+      :: else
       fi;
-      d_step { check(); class = 0 }
-   }
+      class = 0
+   :: d_step { startWatching( true ); skip }
+   :: d_step { startWatching( false ); skip } /* Without a frontend. */
+   :: d_step { stopWatching(); skip }
+   fi
 }
+
+/* shouldYield is asked, and may say so, when one entry has been processed. */
+#ifdef MISTAKE_YieldsAtOnce
+#define mayYield true
+#else
+#define mayYield processed
+#endif
 
 /* The run goes on: until the consumer is called, or it is over. */
 inline goOn() {
    do
    :: inHand == 0 && start != 0 -> d_step { wrapRound(); skip }
    :: inHand == 0 && start == 0 -> d_step { passEnds(); runEnds(); skip }; break
-   :: inHand != 0 && processed -> d_step { stopBefore(); runEnds(); skip }; break /* It yields. */
+   :: inHand != 0 && mayYield -> d_step { stopBefore(); runEnds(); skip }; break
    :: inHand != 0 ->
       d_step { processItem(); skip };
       if
@@ -96,11 +102,29 @@ inline appendItemThrew() {
    }
 }
 
+/* What is broken is told by its name, all of it, and what would come after is not looked at. */
+inline verdict() {
+   d_step { check(); skip };
+   if
+   :: OneRecordPerKey || OneLongKeyPerShortKey || NoDeletionLost || Converges || LongKeyFirst ||
+      EveryTurnComes ->
+      assert( !OneRecordPerKey );
+      assert( !OneLongKeyPerShortKey );
+      assert( !NoDeletionLost );
+      assert( !Converges );
+      assert( !LongKeyFirst );
+      assert( !EveryTurnComes );
+      goto broken
+   :: else
+   fi
+}
+
 active proctype stream() {
    do
-   :: deed()
-   :: atomic { scheduled && !running -> process(); d_step { check(); skip } }
-   :: atomic { told -> appendItemReturned(); d_step { check(); skip } }
-   :: atomic { told -> appendItemThrew(); d_step { check(); skip } }
-   od
+   :: atomic { deed(); verdict() }
+   :: atomic { scheduled && !running -> process(); verdict() }
+   :: atomic { told -> appendItemReturned(); verdict() }
+   :: atomic { told -> appendItemThrew(); verdict() }
+   od;
+broken:
 }

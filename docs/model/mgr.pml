@@ -16,15 +16,15 @@ inline seenDelAll() {
 
 /* What the scan did not write again goes: records of a previous life, and old novelty. */
 inline reconcile() {
-#ifndef MISTAKE_NotReconciled
    for ( i : 1 .. SHORT_KEYS ) {
       if
+#ifndef MISTAKE_NotReconciled
       :: !backlogBacklogOutputSeen[i] -> backlogDel( i )
+#endif
       :: else
       fi;
       novelKey[i] = novelKey[i] && shortKeysNovelKeyOutputSeen[i]
    }
-#endif
 }
 
 inline beginStreaming() {
@@ -49,7 +49,7 @@ inline beginIdling() {
    clearNovelKeys()
 }
 
-/* From here on the frontend is another one, or the same that starts from nothing. */
+/* The frontend is another one from here on, or the same that starts from nothing, or null. */
 inline startWatching( somebody ) {
    if
    :: !streaming -> beginStreaming(); startedAnew( somebody )

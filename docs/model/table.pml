@@ -1,7 +1,8 @@
 /* The tree, the key compression table, and the rules that keep the table in step.
 
-   The tree is its classes: class l has counters or it has not. Of the counters only their change
-   matters; of the policy maps nothing does: one that goes is its classes going one after another. */
+   The tree is its classes: class l has counters or it has not. A long key is the class's number. Of
+   the counters only their change matters, of the policy maps nothing does: one that goes is its
+   classes going one after the other. */
 
 bool hasCounters[LONG_KEYS];
 
@@ -42,7 +43,7 @@ inline clearNovelKeys() {
 inline idleEventToInput( l ) {
    if
    :: hasCounters[l] && shortKey[l] == 0 -> shortKeyAllocated( l )
-   :: !hasCounters[l] && shortKey[l] != 0 -> shortKeyDel( l )
+   :: !hasCounters[l] && shortKey[l] != 0 -> goneWhileIdle( shortKey[l] ); shortKeyDel( l )
    :: else
    fi
 }
