@@ -50,19 +50,26 @@ inline gone( k ) {
 
 /* What the manager does ------------------------------------------------------------------------*/
 
-inline startsFromNothing() {
+#ifdef LIMIT_RemembersOverStarts
+#define remembers true
+#else
+#define remembers false
+#endif
+
+inline startsWith( known ) {
 #ifndef LIMIT_KeepsRecordInHand
    notForMe = running;
 #endif
    handPromised = false;
-#ifndef LIMIT_RemembersOverStarts
-   for ( j : 1 .. SHORT_KEYS ) { toldSet[j] = false; current[j] = false }
-#endif
+   for ( j : 1 .. SHORT_KEYS ) {
+      toldSet[j] = toldSet[j] && known;
+      current[j] = current[j] && known
+   }
 }
 
 inline startedAnew( somebody ) {
    sinceStart = somebody;
-   startsFromNothing();
+   startsWith( remembers && somebody );
    for ( j : 1 .. SHORT_KEYS ) {
       promised[j] = somebody && live( j );
       longKeyOwed[j] = false
@@ -77,7 +84,7 @@ inline tookOver( somebody ) {
 #ifndef LIMIT_SuccessorKnowsTheTree
    sinceStart = false;
 #endif
-   startsFromNothing();
+   startsWith( false );
    for ( j : 1 .. SHORT_KEYS ) {
       promised[j] = somebody && live( j ) && ( backlog[j] != NOTHING || stillToCome( j ) )
    }
@@ -94,6 +101,11 @@ inline stopped() {
 /* What the run does ----------------------------------------------------------------------------*/
 
 inline appendItemBegins() {
+   if
+   :: isDeletion( taken[inHand] ) -> printf( "   the consumer is told that %d is gone\n", inHand )
+   :: encodeLongKey -> printf( "   the consumer is told of %d, with its long key\n", inHand )
+   :: else -> printf( "   the consumer is told of %d\n", inHand )
+   fi;
    handCurrent = true;
    notForMe = false;
    holds( LongKeyFirst, encodeLongKey || isDeletion( taken[inHand] ) || !longKeyOwed[inHand] )

@@ -40,16 +40,29 @@ inline deed() {
    if
    :: select( class : 0 .. LONG_KEYS - 1 );
       if
-      :: d_step { !hasCounters[class] && nextKey < SHORT_KEYS ->
-                  hasCounters[class] = true; event() }
-      :: d_step { hasCounters[class] -> hasCounters[class] = false; event() }
-      :: d_step { hasCounters[class] && streaming -> event() } /* Its counters change. */
+      :: d_step {
+            !hasCounters[class] && nextKey < SHORT_KEYS ->
+            printf( "class %d appears\n", class );
+            hasCounters[class] = true;
+            event()
+         }
+      :: d_step {
+            hasCounters[class] ->
+            printf( "class %d goes\n", class );
+            hasCounters[class] = false;
+            event()
+         }
+      :: d_step {
+            hasCounters[class] && streaming ->
+            printf( "the counters of class %d change\n", class );
+            event()
+         }
       :: else
       fi;
       class = 0
-   :: d_step { startWatching( true ); skip }
-   :: d_step { startWatching( false ); skip } /* Without a frontend. */
-   :: d_step { stopWatching(); skip }
+   :: d_step { printf( "startWatching\n" ); startWatching( true ); skip }
+   :: d_step { printf( "startWatching, without a frontend\n" ); startWatching( false ); skip }
+   :: d_step { printf( "stopWatching\n" ); stopWatching(); skip }
    fi
 }
 
@@ -64,8 +77,10 @@ inline deed() {
 inline goOn() {
    do
    :: inHand == 0 && start != 0 -> d_step { wrapRound(); skip }
-   :: inHand == 0 && start == 0 -> d_step { passEnds(); runEnds(); skip }; break
-   :: inHand != 0 && mayYield -> d_step { stopBefore(); runEnds(); skip }; break
+   :: inHand == 0 && start == 0 ->
+      d_step { printf( "the run is complete\n" ); passEnds(); runEnds(); skip }; break
+   :: inHand != 0 && mayYield ->
+      d_step { printf( "the run yields\n" ); stopBefore(); runEnds(); skip }; break
    :: inHand != 0 ->
       d_step { processItem(); skip };
       if
@@ -78,20 +93,21 @@ inline goOn() {
 inline process() {
    if
    :: !frontend -> d_step { scheduled = false; backlogDelAll(); skip }
-   :: else -> d_step { runBegins(); skip }; goOn()
+   :: else -> d_step { printf( "a run begins\n" ); runBegins(); skip }; goOn()
    fi
 }
 
 inline appendItemReturned() {
-   d_step { appendItemReturns(); skip };
+   d_step { printf( "   and returns\n" ); appendItemReturns(); skip };
    if
-   :: outdated -> d_step { stopOutdated(); runEnds(); skip }
+   :: outdated -> d_step { printf( "the run is outdated\n" ); stopOutdated(); runEnds(); skip }
    :: else -> d_step { advance(); skip }; goOn()
    fi
 }
 
 inline appendItemThrew() {
    d_step {
+      printf( "   and throws, which ends the run\n" );
       appendItemThrows();
       if
       :: outdated -> stopOutdated()

@@ -14,6 +14,7 @@ bool novelKey[SHORT_KEYS + 1];
 inline shortKeyAllocated( l ) {
    nextKey = nextKey + 1;
    shortKey[l] = nextKey;
+   printf( "   it gets short key %d\n", nextKey );
    handedOut( nextKey, l )
 }
 
