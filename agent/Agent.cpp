@@ -10,7 +10,6 @@
 #include "agent/Readiness.h"
 #include "agent/ServiceManager.h"
 #include "agent/StopSignals.h"
-#include "agent/StreamFrontend.h"
 #include "agent/SyntheticSource.h"
 #include "agent/TextLineFormat.h"
 #include "agent/TreeWriter.h"
@@ -19,10 +18,9 @@
 #include "agent/recording/Recorder.h"
 #include "agent/rpc/RpcServer.h"
 #include "agent/rpc/RpcServices.h"
-#include "agent/stream/WatchingClients.h"
+#include "agent/stream/PbrDelivery.h"
 
 #include <asio/steady_timer.hpp>
-#include <cerrno>
 #include <cstring>
 #include <exception>
 #include <iostream>
@@ -42,8 +40,9 @@ void complain( const std::string & what ) {
    std::cerr << "velo-agent: " << printable( what ) << std::endl;
 }
 
-/// How long the calls in progress have to end, once the agent is asked to.
-constexpr std::chrono::seconds kShutdownGrace{ 5 };
+/// What the calls in progress have to end beyond the time in which their clients are told what is
+/// pending.
+constexpr std::chrono::seconds kShutdownGrace{ 1 };
 
 class Agent final : public SourceListener {
  public:
@@ -56,8 +55,9 @@ class Agent final : public SourceListener {
    void ready();
    void startServer();
    void startMetrics();
-   /// The loop goes on until every call has been answered.
+   /// The loop goes on until every call has been answered and every line is written, within a time.
    void end();
+   void stopWhenDone();
 
    /// Null if counters come from RPC clients only.
    std::unique_ptr< Source > sourceFor( const Options & options );
@@ -65,6 +65,7 @@ class Agent final : public SourceListener {
    std::unique_ptr< Recorder > recorderFor( const Options & options );
 
    void changesFound( CounterChanges changes ) override {
+      if ( ending_ ) { return; }
       if ( recorder_ ) { recorder_->published( changes ); }
       writer_->apply( std::move( changes ), [this] { source_->changesApplied(); } );
    }
@@ -73,10 +74,7 @@ class Agent final : public SourceListener {
    }
    void sourceRecovered() override { tell( format_->sourceRecovered() ); }
    void noted( const std::string & what ) override { tell( format_->note( what ) ); }
-   void tell( const std::string & line ) {
-      output_.line( line );
-      output_.flush();
-   }
+   void tell( const std::string & line );
 
    const Options & options_;
    const std::unique_ptr< LineFormat > format_;
@@ -87,13 +85,13 @@ class Agent final : public SourceListener {
    const Lumo::Ptr< TreeWriter::Root > root_;
    Managers managers_;
 
-   const Lumo::Ptr< StreamFrontend > frontend_;
    const Lumo::Ptr< TreeWriter > writer_;
    const std::unique_ptr< Source > source_;
    const std::unique_ptr< Recorder > recorder_;
    asio::steady_timer duration_;
 
    WatchingClients clients_;
+   PbrDelivery delivery_;
    Inspection inspection_;
    const RpcServices services_;
    std::unique_ptr< RpcServer > server_;
@@ -101,32 +99,42 @@ class Agent final : public SourceListener {
    ServiceManager serviceManager_;
    const Lumo::Ptr< Readiness > readiness_;
    bool ending_ = false;
+   bool linesEnded_ = false;
+   bool callsEnded_ = false;
 };
 
 Agent::Agent( const Options & options, const StopSignals & stopSignals, int outputFd )
    : options_( options ),
      format_( formatFor( options ) ),
      loop_( *scheduler_ ),
-     output_( outputFd, stopSignals.fd(), [this] { end(); } ),
+     output_( loop_, outputFd, [this] { end(); } ),
      root_( Lumo::makeNode< TreeWriter::Root >() ),
      managers_( root_ ),
-     frontend_( Lumo::makeNode< StreamFrontend >( *format_, output_ ) ),
      writer_( Lumo::makeNode< TreeWriter >(
         *scheduler_, root_, [this]( const std::string & what ) { noted( what ); } ) ),
      source_( sourceFor( options ) ),
      recorder_( recorderFor( options ) ),
      duration_( loop_.context() ),
+     delivery_( { .loop = loop_,
+                  .scheduler = *scheduler_,
+                  .counters = managers_.pbrCounters(),
+                  .clients = clients_,
+                  .format = *format_,
+                  .output = output_ },
+                options.stream ),
      inspection_( managers_, **scheduler_, clients_ ),
      services_( { .loop = loop_,
                   .managers = managers_,
                   .writer = *writer_,
+                  .pbrFanout = delivery_.fanout(),
+                  .pbrStreams = delivery_.streams(),
                   .inspection = inspection_,
                   .recorder = recorder_.get() } ),
      serviceManager_( loop_ ),
      readiness_( Lumo::makeNode< Readiness >( [this] { ready(); } ) ) {
    loop_.whenReadable( stopSignals.fd(), [this] { end(); } );
    if ( options.maxRecords ) {
-      frontend_->maxRecordsAre( *options.maxRecords, [this] { end(); } );
+      delivery_.lines().maxRecordsAre( *options.maxRecords, [this] { end(); } );
    }
 }
 
@@ -155,7 +163,7 @@ void Agent::begin() {
    startServer();
    startMetrics();
    managers_.mount();
-   managers_.pbrCounters().startWatching( frontend_ );
+   delivery_.begin();
    readiness_->watch( managers_.pbrCounters() );
    if ( source_ ) { source_->start(); }
    if ( options_.duration ) {
@@ -185,9 +193,33 @@ void Agent::end() {
    if ( std::exchange( ending_, true ) ) { return; }
    inspection_.readyIs( false );
    serviceManager_.stopping();
-   if ( !server_ ) { return loop_.stop(); }
-   server_->servingIs( false );
-   server_->shutdown( std::chrono::system_clock::now() + kShutdownGrace, [this] { loop_.stop(); } );
+   callsEnded_ = !server_;
+   if ( server_ ) {
+      server_->servingIs( false );
+      const auto ended = [this] {
+         callsEnded_ = true;
+         stopWhenDone();
+      };
+      // What the calls have left to say to the loop comes before that.
+      server_->shutdown( std::chrono::system_clock::now() + options_.stream.drainTime +
+                            kShutdownGrace,
+                         [this, ended] { loop_.post( ended ); } );
+   }
+   delivery_.end( [this] {
+      linesEnded_ = true;
+      stopWhenDone();
+   } );
+}
+
+void Agent::stopWhenDone() {
+   if ( linesEnded_ && callsEnded_ ) { loop_.stop(); }
+}
+
+/// For people, and of no use to those who are late: nothing is kept for a reader that stands still.
+void Agent::tell( const std::string & line ) {
+   if ( !output_.hasRoom() ) { return; }
+   output_.line( line );
+   output_.flush();
 }
 
 void Agent::run() {
@@ -201,8 +233,7 @@ void Agent::run() {
       loop_.run();
    }
    if ( failure ) { std::rethrow_exception( failure ); }
-   output_.flush();
-   if ( output_.error() != 0 && output_.error() != ECANCELED ) {
+   if ( output_.error() != 0 ) {
       throw std::runtime_error( std::string( "cannot write to standard output: " ) +
                                 std::strerror( output_.error() ) );
    }

@@ -10,6 +10,7 @@
 #include "agent/SyntheticChanges.h"
 #include "agent/nftables/NftTable.h"
 #include "agent/rpc/RpcServerOptions.h"
+#include "agent/stream/StreamOptions.h"
 
 #include <chrono>
 #include <cstdint>
@@ -35,6 +36,7 @@ struct Options {
    RpcServerOptions rpc;
    std::string metricsAddress; ///< HOST:PORT; empty: no metrics.
    std::string recordFile;     ///< Empty: nothing is recorded.
+   StreamOptions stream;
 
    /// Set when the command line asks a question (--help, --version): print this and do nothing
    /// else.

@@ -1,10 +1,10 @@
 #include "agent/Output.h"
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <climits>
 #include <poll.h>
+#include <system_error>
 #include <unistd.h>
 
 namespace VeloAgent {
@@ -13,43 +13,53 @@ void Output::line( std::string_view text ) {
    if ( error_ != 0 ) { return; }
    pending_.append( text );
    pending_.push_back( '\n' );
-   if ( pending_.size() >= kEnough ) { flush(); }
+   if ( pending() >= kEnough ) { flush(); }
 }
 
 void Output::flush() {
-   write( pending_ );
-   pending_.clear();
+   if ( !waiting_ ) { write(); }
 }
 
-void Output::write( std::string_view text ) {
-   while ( !text.empty() && ready() ) {
+void Output::write() {
+   while ( error_ == 0 && pending() > 0 && isReady() ) {
       const ssize_t written =
-         ::write( fd_, text.data(), std::min< std::size_t >( text.size(), PIPE_BUF ) );
+         ::write( fd_, pending_.data() + begin_, std::min< std::size_t >( pending(), PIPE_BUF ) );
       if ( written >= 0 ) {
-         text.remove_prefix( static_cast< std::size_t >( written ) );
+         begin_ += static_cast< std::size_t >( written );
       } else if ( errno != EINTR && errno != EAGAIN ) {
          fail( errno );
       }
    }
+   pending_.erase( 0, std::exchange( begin_, 0 ) );
+   if ( pending() > 0 ) { wait(); }
 }
+
+void Output::wait() try {
+   if ( !watch_ ) { watch_.emplace( loop_, fd_ ); }
+   watch_->wait( [this] {
+      waiting_ = false;
+      write();
+      if ( !waiting_ && written_ ) { written_(); }
+   } );
+   waiting_ = true;
+} catch ( const std::system_error & error ) { fail( error.code().value() ); }
 
 void Output::fail( int error ) {
    error_ = error;
+   pending_.clear();
+   begin_ = 0;
    failed_();
 }
 
-bool Output::ready() {
-   while ( error_ == 0 ) {
-      std::array< pollfd, 2 > fds = { { { fd_, POLLOUT, 0 }, { stop_, POLLIN, 0 } } };
-      if ( ::poll( fds.data(), fds.size(), -1 ) < 0 ) {
-         if ( errno != EINTR ) { fail( errno ); }
-      } else if ( fds[0].revents != 0 ) {
-         return true; // to be written, or to fail with its reason
-      } else if ( fds[1].revents != 0 ) {
-         fail( ECANCELED );
+bool Output::isReady() {
+   pollfd fd = { fd_, POLLOUT, 0 };
+   while ( ::poll( &fd, 1, 0 ) < 0 ) {
+      if ( errno != EINTR ) {
+         fail( errno );
+         return false;
       }
    }
-   return false;
+   return fd.revents != 0;
 }
 
 } // namespace VeloAgent

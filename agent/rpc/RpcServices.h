@@ -20,6 +20,8 @@ namespace VeloAgent {
 class EventLoop;
 class Inspection;
 class Managers;
+class PbrFanout;
+class PbrStreams;
 class Recorder;
 class TreeWriter;
 
@@ -30,6 +32,8 @@ class RpcServices {
       EventLoop & loop;
       Managers & managers;
       TreeWriter & writer;
+      const PbrFanout & pbrFanout;
+      PbrStreams & pbrStreams;
       const Inspection & inspection;
       Recorder * recorder = nullptr; ///< Null: nobody writes down what is published.
    };

@@ -1,4 +1,4 @@
-/// A stream of messages to one client, as the event loop sees it.
+/// A stream of messages to one client over gRPC.
 ///
 ///    event loop                                gRPC's threads
 ///    write( message ) ── StartWrite ────────►  the transport takes it
@@ -7,14 +7,11 @@
 ///
 /// Owner      itself, from the call of the service's method until `ended()` has returned
 /// Thread     event loop only, but for the constructor
-/// Re-entry   an owner may call anything here from inside its calls
-/// Invariant  at most one message is on its way; `writable()` follows each, `ended()` comes once
-/// and
-///            is the last
 
 #pragma once
 
 #include "agent/EventLoop.h"
+#include "agent/stream/MessageStream.h"
 
 #include <grpc/grpc.h>
 #include <grpcpp/server_context.h>
@@ -23,19 +20,9 @@
 
 namespace VeloAgent {
 
-/// Whose stream it is.
-class ServerStreamOwner {
- public:
-   virtual ~ServerStreamOwner() = default;
-
-   /// The transport has taken the last message.
-   virtual void writable() = 0;
-   /// The stream is over and must not be touched again.
-   virtual void ended() = 0;
-};
-
 template< typename Response >
-class ServerStream final : private grpc::ServerWriteReactor< Response > {
+class ServerStream final : public MessageStream< Response >,
+                           private grpc::ServerWriteReactor< Response > {
  public:
    /// Calls `opened( stream )` on the loop, which must set an owner or close the stream. Returns
    /// what the service's method returns. `context` is the call's.
@@ -47,19 +34,19 @@ class ServerStream final : private grpc::ServerWriteReactor< Response > {
       return stream;
    }
 
-   /// Null: nobody is told any more.
-   void ownerIs( ServerStreamOwner * owner ) { owner_ = owner; }
-
-   /// Whether a message may be written now.
-   bool writable() const { return !writing_ && !closed_; }
-
-   /// The message to be written next; empty when the last one has been taken.
-   Response & message() { return message_; }
-
-   /// Sends `message()`. Only while `writable()`.
-   void write() {
+   void ownerIs( MessageStreamOwner * owner ) override { owner_ = owner; }
+   bool writable() const override { return !writing_ && !closed_; }
+   Response & message() override { return message_; }
+   void write() override {
       writing_ = true;
       this->StartWrite( &message_ );
+   }
+
+   void close( StreamEnd why, const std::string & text ) override {
+      close( statusOf( why, text ) );
+   }
+   void abort( StreamEnd why, const std::string & text ) override {
+      abort( statusOf( why, text ) );
    }
 
    /// Ends the stream behind what was written. Nothing if it is closed already.
@@ -79,13 +66,24 @@ class ServerStream final : private grpc::ServerWriteReactor< Response > {
       close( status );
    }
 
-   /// As the transport names the client.
-   std::string peer() const { return context_.peer(); }
+   std::string peer() const override { return context_.peer(); }
 
  private:
    ServerStream( EventLoop & loop, grpc::CallbackServerContext & context )
       : loop_( loop ), context_( context ) {}
    ~ServerStream() override = default;
+
+   static grpc::Status statusOf( StreamEnd why, const std::string & text ) {
+      using grpc::StatusCode;
+      switch ( why ) {
+      case StreamEnd::takenOver:
+         return { StatusCode::ABORTED, text };
+      case StreamEnd::exhausted:
+         return { StatusCode::RESOURCE_EXHAUSTED, text };
+      default:
+         return { StatusCode::UNAVAILABLE, text };
+      }
+   }
 
    void OnWriteDone( bool taken ) override {
       loop_.post( [this, taken] { writeDone( taken ); } );
@@ -112,7 +110,7 @@ class ServerStream final : private grpc::ServerWriteReactor< Response > {
 
    EventLoop & loop_;
    grpc::CallbackServerContext & context_;
-   ServerStreamOwner * owner_ = nullptr;
+   MessageStreamOwner * owner_ = nullptr;
    Response message_;
    bool writing_ = false;
    bool closed_ = false;

@@ -16,7 +16,7 @@
 #include "agent/TreeWriter.h"
 #include "agent/rpc/RpcServer.h"
 #include "agent/rpc/RpcServices.h"
-#include "agent/stream/WatchingClients.h"
+#include "agent/stream/PbrStreams.h"
 #include "agent/test/TemporaryDirectory.h"
 
 #include <chrono>
@@ -40,7 +40,9 @@ class RpcFixture : public testing::Test {
  protected:
    /// Only to be touched on the loop.
    struct Parts {
-      explicit Parts( const RpcServerOptions & options ) : server( options, services.all() ) {
+      Parts( const RpcServerOptions & options, const StreamOptions & streamOptions )
+         : pbrStreams( *pbrFanout, clients, streamOptions, Oru::steadyClock() ),
+           server( options, services.all() ) {
          managers.mount();
       }
 
@@ -53,12 +55,20 @@ class RpcFixture : public testing::Test {
          *scheduler, root, [this]( const std::string & what ) { failures.push_back( what ); } );
       WatchingClients clients;
       Inspection inspection{ managers, **scheduler, clients };
-      const RpcServices services{
-         { .loop = loop, .managers = managers, .writer = *writer, .inspection = inspection } };
+      const Lumo::Ptr< PbrFanout > pbrFanout =
+         Lumo::makeNode< PbrFanout >( *scheduler, allDeliveredBy( managers.pbrCounters() ) );
+      PbrStreams pbrStreams;
+      const RpcServices services{ { .loop = loop,
+                                    .managers = managers,
+                                    .writer = *writer,
+                                    .pbrFanout = *pbrFanout,
+                                    .pbrStreams = pbrStreams,
+                                    .inspection = inspection } };
       RpcServer server;
    };
 
-   RpcFixture() {
+   explicit RpcFixture( const StreamOptions & streamOptions = {} )
+      : streamOptions_( streamOptions ) {
       std::promise< Parts * > ready;
       std::future< Parts * > parts = ready.get_future();
       thread_ = std::thread( [this, ready = std::move( ready )]() mutable { live( ready ); } );
@@ -73,7 +83,9 @@ class RpcFixture : public testing::Test {
    /// Calls still in progress are cancelled.
    ~RpcFixture() override {
       onTheLoop( []( Parts & parts ) {
-         parts.server.shutdown( std::chrono::system_clock::now(), [&parts] { parts.loop.stop(); } );
+         // What the calls have left to say to the loop comes before the stop.
+         parts.server.shutdown( std::chrono::system_clock::now(),
+                                [&parts] { parts.loop.post( [&parts] { parts.loop.stop(); } ); } );
       } );
       thread_.join();
    }
@@ -122,7 +134,7 @@ class RpcFixture : public testing::Test {
       std::optional< Parts > parts;
       try {
          const velo::sdk_scoped_lock lock;
-         parts.emplace( RpcServerOptions{ .listen = "unix:" + socket() } );
+         parts.emplace( RpcServerOptions{ .listen = "unix:" + socket() }, streamOptions_ );
       } catch ( ... ) { return ready.set_exception( std::current_exception() ); }
       ready.set_value( &*parts );
       parts->loop.run();
@@ -130,6 +142,7 @@ class RpcFixture : public testing::Test {
       parts.reset();
    }
 
+   const StreamOptions streamOptions_;
    std::thread thread_;
    Parts * parts_ = nullptr;
 };

@@ -1,0 +1,60 @@
+/// The way of the PBR counters from the library to the clients, put together, with the time that
+/// passes on it.
+///
+///    manager ──► PbrFanout ──► PbrStreams   clients that call
+///                        └───► PbrLines     standard output
+///
+/// Owner      the agent; outlives the server
+/// Thread     event loop only
+
+#pragma once
+
+#include "agent/EventLoop.h"
+#include "agent/stream/PbrLines.h"
+#include "agent/stream/PbrStreams.h"
+
+#include <asio/steady_timer.hpp>
+#include <functional>
+
+namespace VeloAgent {
+
+class PbrDelivery {
+ public:
+   /// What it delivers from and to. All of it outlives this.
+   struct Parts {
+      EventLoop & loop;
+      const Lumo::Ptr< Oru::TaskScheduler > & scheduler;
+      VeloSdkRpc::PbrPolicyCountersMgr & counters;
+      WatchingClients & clients;
+      const LineFormat & format;
+      Output & output;
+   };
+
+   PbrDelivery( const Parts & parts, const StreamOptions & options );
+
+   /// The mounts are complete.
+   void begin();
+
+   /// Everybody is sent what is pending, within the drain time, and the streams are closed. Calls
+   /// `written` once, when standard output has all its lines, or the time is over.
+   void end( std::function< void() > written );
+
+   PbrFanout & fanout() { return *fanout_; }
+   PbrStreams & streams() { return streams_; }
+   PbrLines & lines() { return lines_; }
+
+ private:
+   void tick();
+   void linesEnd();
+
+   VeloSdkRpc::PbrPolicyCountersMgr & counters_;
+   const StreamOptions options_;
+   const Lumo::Ptr< PbrFanout > fanout_;
+   PbrLines lines_;
+   PbrStreams streams_;
+   asio::steady_timer ticks_;
+   asio::steady_timer deadline_;
+   std::function< void() > written_;
+};
+
+} // namespace VeloAgent

@@ -1,0 +1,205 @@
+#include "agent/stream/PbrStream.h"
+
+#include "agent/stream/PbrRecord.h"
+
+#include <fmt/format.h>
+#include <utility>
+
+namespace VeloAgent {
+
+using velo::rpc::v1::PbrCountersWatchResponse;
+
+PbrStream::PbrStream( PbrFanout & fanout, WatchingClients & clients, const StreamOptions & options,
+                      Oru::Clock & clock, Form form )
+   : PbrFollower( fanout.keysOfNewClient( form == Form::alwaysLongKeys
+                                             ? PbrClientKeys::KeepLongKeys::yes
+                                             : PbrClientKeys::KeepLongKeys::no ) ),
+     fanout_( fanout ),
+     clients_( clients ),
+     options_( options ),
+     clock_( clock ),
+     form_( form ),
+     client_( clients.enter( *this ) ),
+     undo_( options.undoRecords ),
+     lastTaken_( clock.now() ) {
+   fanout_.followerIs( *this );
+}
+
+PbrStream::~PbrStream() {
+   if ( call_ ) { call_->ownerIs( nullptr ); }
+   fanout_.followerDel( *this );
+   clients_.leave( client_ );
+}
+
+void PbrStream::begin( PbrCall & call, bool reset ) {
+   attach( call, reset ? Opening::reset : Opening::snapshot );
+}
+
+bool PbrStream::canResume( std::uint64_t sequence, Form form ) const {
+   return form == form_ && undo_.reaches( sequence );
+}
+
+void PbrStream::takenOver() {
+   PbrCall * const call = std::exchange( call_, nullptr );
+   if ( !call ) { return; }
+   call->ownerIs( nullptr );
+   call->abort( StreamEnd::takenOver, "another call came with the token of this stream" );
+}
+
+void PbrStream::resume( PbrCall & call, std::uint64_t sequence ) {
+   if ( sequence < undo_.last() ) {
+      undo_.undoBehind( sequence, [this]( const UndoLog::Told & told ) {
+         keys_.untell( told.shortKey, told.first, told.gone );
+      } );
+      keys_.tellAgain();
+   }
+   if ( inSyncAt_ > sequence ) { inSyncAt_ = 0; }
+   attach( call, Opening::resumed );
+}
+
+void PbrStream::attach( PbrCall & call, Opening opening ) {
+   call_ = &call;
+   call_->ownerIs( this );
+   peer_ = call.peer();
+   opening_ = opening;
+   lastTaken_ = clock_.now();
+   fanout_.wakeUp();
+}
+
+std::optional< PbrStream::Time > PbrStream::awaySince() const {
+   return call_ ? std::nullopt : std::optional( lastTaken_ );
+}
+
+bool PbrStream::ready() const {
+   return call_ && call_->writable() &&
+          ( opening_ != Opening::done || keys_.hasNews() || inSyncIsDue() );
+}
+
+void PbrStream::compose( Oru::Task & task ) {
+   if ( opening_ != Opening::done ) {
+      writeOpened();
+   } else if ( keys_.hasNews() ) {
+      writeBatch( task );
+   } else {
+      call_->message().mutable_in_sync();
+      write();
+      inSyncAt_ = undo_.last();
+   }
+}
+
+void PbrStream::writeOpened() {
+   using Opened = PbrCountersWatchResponse::Opened;
+   const auto outcome = [this] {
+      switch ( opening_ ) {
+      case Opening::resumed:
+         return Opened::OUTCOME_RESUMED;
+      case Opening::reset:
+         return Opened::OUTCOME_RESET;
+      default:
+         return Opened::OUTCOME_SNAPSHOT;
+      }
+   };
+   call_->message().mutable_opened()->set_outcome( outcome() );
+   opening_ = Opening::done;
+   write();
+}
+
+/// A message is full, or the slice is over, or the batch ends. A batch without a record is not
+/// worth a message, unless one that began earlier is to be ended.
+void PbrStream::writeBatch( Oru::Task & task ) {
+   auto & batch = *call_->message().mutable_batch();
+   const std::size_t most = options_.recordsPerMessage;
+   const bool begun = keys_.inBatch();
+   const bool ends = keys_.tell( [&]( const PbrNews & news ) {
+      append( batch, news );
+      return static_cast< std::size_t >( batch.records_size() ) < most && !task.taskShouldYield();
+   } );
+   if ( batch.records_size() == 0 && !( begun && ends ) ) {
+      call_->message().Clear();
+      return;
+   }
+   batch.set_end_of_batch( ends );
+   recordsSent_ += static_cast< std::uint64_t >( batch.records_size() );
+   write();
+}
+
+void PbrStream::append( velo::rpc::v1::PbrCountersWatchResponse_Batch & batch,
+                        const PbrNews & news ) {
+   auto & record = *batch.add_records();
+   record.set_short_key( news.shortKey );
+   if ( news.longKey && ( news.first || form_ == Form::alwaysLongKeys ) ) {
+      longKeyIs( record, *news.longKey );
+   }
+   if ( news.record ) {
+      countersIs( record, *news.record );
+   } else {
+      record.set_deleted( true );
+   }
+   undo_.told( { .shortKey = news.shortKey, .first = news.first, .gone = !news.record } );
+}
+
+void PbrStream::write() {
+   const std::uint64_t sequence = undo_.messageEnds( [this]( const UndoLog::Told & told ) {
+      if ( told.gone ) { keys_.forget( told.shortKey ); }
+   } );
+   call_->message().set_resume_token( ResumeToken{ .stream = id_, .sequence = sequence }.bytes() );
+   call_->write();
+   lastTaken_ = clock_.now();
+   ++messagesSent_;
+}
+
+void PbrStream::writable() {
+   lastTaken_ = clock_.now();
+   if ( closing_ ) { closeIfTold(); }
+   if ( ready() ) { fanout_.wakeUp(); }
+}
+
+void PbrStream::ended() {
+   call_ = nullptr;
+   lastTaken_ = clock_.now();
+}
+
+void PbrStream::closeIfStuck() {
+   if ( !call_ || call_->writable() || clock_.now() - lastTaken_ < options_.stallTime ) { return; }
+   call_->abort( StreamEnd::exhausted,
+                 fmt::format( "nothing was taken for {} ms; come back with the token to go on",
+                              options_.stallTime.count() ) );
+}
+
+void PbrStream::closeWhenTold() {
+   closing_ = true;
+   closeIfTold();
+}
+
+void PbrStream::closeIfTold() {
+   if ( call_ && call_->writable() && !ready() ) { closeNow(); }
+}
+
+void PbrStream::closeNow() {
+   if ( !call_ ) { return; }
+   constexpr const char * kWhy = "the agent shuts down; try again";
+   if ( call_->writable() ) {
+      call_->close( StreamEnd::unavailable, kWhy );
+   } else {
+      call_->abort( StreamEnd::unavailable, kWhy );
+   }
+}
+
+ClientReport PbrStream::report() const {
+   const auto state = [this] {
+      if ( !call_ ) { return ClientState::away; }
+      return inSyncAt_ ? ClientState::inSync : ClientState::snapshot;
+   };
+   const auto idle =
+      std::chrono::duration_cast< std::chrono::milliseconds >( clock_.now() - lastTaken_ );
+   return { .peer = peer_,
+            .stream = ClientStream::pbrCounters,
+            .state = state(),
+            .queue = keys_.pending(),
+            .told = keys_.told(),
+            .recordsSent = recordsSent_,
+            .messagesSent = messagesSent_,
+            .idleMs = static_cast< std::uint64_t >( idle.count() ) };
+}
+
+} // namespace VeloAgent
