@@ -18,7 +18,9 @@
 #include "agent/recording/Recorder.h"
 #include "agent/rpc/RpcServer.h"
 #include "agent/rpc/RpcServices.h"
+#include "agent/stream/MplsStreams.h"
 #include "agent/stream/PbrDelivery.h"
+#include "agent/stream/StreamTimes.h"
 
 #include <asio/steady_timer.hpp>
 #include <cstring>
@@ -92,6 +94,8 @@ class Agent final : public SourceListener {
 
    WatchingClients clients_;
    PbrDelivery delivery_;
+   MplsStreams mplsStreams_;
+   StreamTimes< MplsStreams > mplsTimes_;
    Inspection inspection_;
    const RpcServices services_;
    std::unique_ptr< RpcServer > server_;
@@ -122,12 +126,16 @@ Agent::Agent( const Options & options, const StopSignals & stopSignals, int outp
                   .format = *format_,
                   .output = output_ },
                 options.stream ),
+     mplsStreams_( *scheduler_, managers_.mplsRoutes(), managers_.nexthopGroups(), clients_,
+                   options.stream, Oru::steadyClock() ),
+     mplsTimes_( loop_, mplsStreams_ ),
      inspection_( managers_, **scheduler_, clients_ ),
      services_( { .loop = loop_,
                   .managers = managers_,
                   .writer = *writer_,
                   .pbrFanout = delivery_.fanout(),
                   .pbrStreams = delivery_.streams(),
+                  .mplsStreams = mplsStreams_,
                   .inspection = inspection_,
                   .recorder = recorder_.get() } ),
      serviceManager_( loop_ ),
@@ -164,6 +172,8 @@ void Agent::begin() {
    startMetrics();
    managers_.mount();
    delivery_.begin();
+   mplsStreams_.start();
+   mplsTimes_.begin();
    readiness_->watch( managers_.pbrCounters() );
    if ( source_ ) { source_->start(); }
    if ( options_.duration ) {
@@ -205,6 +215,7 @@ void Agent::end() {
                             kShutdownGrace,
                          [this, ended] { loop_.post( ended ); } );
    }
+   mplsTimes_.end( options_.stream.drainTime );
    delivery_.end( [this] {
       linesEnded_ = true;
       stopWhenDone();

@@ -11,7 +11,8 @@ const Lumo::String kMplsStatusPath = "routing/hardware/mpls/status";
 } // namespace
 
 Managers::Managers( const Lumo::Ptr< PbrCountersRoot > & pbrCountersRoot )
-   : nexthopGroups_( Lumo::makeNode< NexthopGroup::NexthopGroupMap >() ),
+   : mplsStatus_( Lumo::makeNode< Mpls::Hardware::Status >() ),
+     nexthopGroups_( Lumo::makeNode< NexthopGroup::NexthopGroupMap >() ),
      watchedNexthopGroups_( nexthopGroups_ ),
      entities_( Lumo::makeNode< Keldb::EntityManager >() ),
      sharedMemEntities_( Lumo::makeNode< QuonSharedMem::EntityManager >() ),
@@ -22,7 +23,7 @@ Managers::Managers( const Lumo::Ptr< PbrCountersRoot > & pbrCountersRoot )
      mplsRoutes_( &mounts_, &watchedNexthopGroups_ ),
      mountList_( &mounts_ ) {
    sharedMemEntities_->entityIs( kPbrCountersPath, pbrCountersRoot );
-   entities_->entityIs( kMplsStatusPath, Lumo::makeNode< Mpls::Hardware::Status >() );
+   entities_->entityIs( kMplsStatusPath, mplsStatus_ );
 
    // Mounted by path alone: what is there is for the database to know.
    Keldb::Mount fibOverrideConfig( fibOverrides_.getMountPath(),

@@ -38,6 +38,9 @@ class Managers {
    VeloSdkRpc::fib_override_mgr & fibOverrides() { return fibOverrides_; }
    VeloSdkRpc::MplsRouteHwProgrammingWatcher & mplsRoutes() { return mplsRoutes_; }
 
+   /// What the hardware has of the MPLS routes, for whoever speaks for the hardware.
+   Mpls::Hardware::Status & mplsStatus() { return *mplsStatus_; }
+
    /// The agent's map of next-hop groups, for whoever names them.
    NexthopGroup::NexthopGroupMap & nexthopGroups() { return *nexthopGroups_; }
 
@@ -48,6 +51,7 @@ class Managers {
    const Keldb::EntityManager & entities() const { return *entities_; }
 
  private:
+   const Lumo::Ptr< Mpls::Hardware::Status > mplsStatus_;
    const Lumo::Ptr< NexthopGroup::NexthopGroupMap > nexthopGroups_;
    const Lumo::Ptr< const NexthopGroup::NexthopGroupMap > watchedNexthopGroups_; ///< The same.
    const Lumo::Ptr< Keldb::EntityManager > entities_;

@@ -4,6 +4,7 @@
 #include "agent/rpc/BgpLinkWeightsService.h"
 #include "agent/rpc/FibOverridesService.h"
 #include "agent/rpc/IntrospectionService.h"
+#include "agent/rpc/MplsRouteProgrammingService.h"
 #include "agent/rpc/PbrCountersService.h"
 #include "agent/rpc/SwitchStateService.h"
 
@@ -25,9 +26,11 @@ RpcServices::RpcServices( const Parts & parts ) {
    services_.push_back( makeBgpLinkWeightsService( parts.loop, parts.managers.linkWeights() ) );
    services_.push_back( makeFibOverridesService( parts.loop, parts.managers.fibOverrides() ) );
    services_.push_back( makeIntrospectionService( parts.loop, parts.inspection ) );
+   services_.push_back( makeMplsRouteProgrammingService( parts.loop, parts.mplsStreams ) );
    services_.push_back( makePbrCountersService( parts.loop, parts.managers.pbrCounters(),
                                                 parts.pbrFanout, parts.pbrStreams ) );
-   services_.push_back( makeSwitchStateService( parts.loop, parts.writer, parts.recorder ) );
+   services_.push_back(
+      makeSwitchStateService( parts.loop, parts.writer, parts.managers, parts.recorder ) );
 }
 
 RpcServices::~RpcServices() = default;

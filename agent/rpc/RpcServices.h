@@ -20,6 +20,7 @@ namespace VeloAgent {
 class EventLoop;
 class Inspection;
 class Managers;
+class MplsStreams;
 class PbrFanout;
 class PbrStreams;
 class Recorder;
@@ -34,6 +35,7 @@ class RpcServices {
       TreeWriter & writer;
       const PbrFanout & pbrFanout;
       PbrStreams & pbrStreams;
+      MplsStreams & mplsStreams;
       const Inspection & inspection;
       Recorder * recorder = nullptr; ///< Null: nobody writes down what is published.
    };

@@ -13,12 +13,13 @@ class Service;
 namespace VeloAgent {
 
 class EventLoop;
+class Managers;
 class Recorder;
 class TreeWriter;
 
-/// `loop`, `writer` and `recorder` outlive the server; the last may be null. Of the writer every
-/// request is one portion.
+/// All outlive the server; `recorder` may be null. Counters go through `writer`, every request as
+/// one portion; the rest is state of `managers`.
 std::unique_ptr< grpc::Service > makeSwitchStateService( EventLoop & loop, TreeWriter & writer,
-                                                         Recorder * recorder );
+                                                         Managers & managers, Recorder * recorder );
 
 } // namespace VeloAgent

@@ -16,6 +16,7 @@
 #include "agent/TreeWriter.h"
 #include "agent/rpc/RpcServer.h"
 #include "agent/rpc/RpcServices.h"
+#include "agent/stream/MplsStreams.h"
 #include "agent/stream/PbrStreams.h"
 #include "agent/test/TemporaryDirectory.h"
 
@@ -42,8 +43,11 @@ class RpcFixture : public testing::Test {
    struct Parts {
       Parts( const RpcServerOptions & options, const StreamOptions & streamOptions )
          : pbrStreams( *pbrFanout, clients, streamOptions, Oru::steadyClock() ),
+           mplsStreams( *scheduler, managers.mplsRoutes(), managers.nexthopGroups(), clients,
+                        streamOptions, Oru::steadyClock() ),
            server( options, services.all() ) {
          managers.mount();
+         mplsStreams.start();
       }
 
       ProcessScheduler scheduler;
@@ -58,11 +62,13 @@ class RpcFixture : public testing::Test {
       const Lumo::Ptr< PbrFanout > pbrFanout =
          Lumo::makeNode< PbrFanout >( *scheduler, allDeliveredBy( managers.pbrCounters() ) );
       PbrStreams pbrStreams;
+      MplsStreams mplsStreams;
       const RpcServices services{ { .loop = loop,
                                     .managers = managers,
                                     .writer = *writer,
                                     .pbrFanout = *pbrFanout,
                                     .pbrStreams = pbrStreams,
+                                    .mplsStreams = mplsStreams,
                                     .inspection = inspection } };
       RpcServer server;
    };
