@@ -15,13 +15,17 @@
 #include <cstddef>
 #include <cstdint>
 #include <fmt/format.h>
+#include <optional>
 #include <string>
+#include <utility>
 
 namespace VeloAgent {
 
 template< typename Response >
 class ClientCall {
  public:
+   using Time = std::chrono::nanoseconds;
+
    /// Without a call as yet. Both outlive this.
    ClientCall( const StreamOptions & options, Oru::Clock & clock )
       : options_( options ), clock_( clock ), lastTaken_( clock.now() ) {}
@@ -38,6 +42,13 @@ class ClientCall {
       peer_ = call.peer();
       lastTaken_ = clock_.now();
    }
+   /// Ends the call, if there is one, in favour of another: its owner hears no more of it.
+   void takenOver() {
+      MessageStream< Response > * const call = std::exchange( call_, nullptr );
+      if ( !call ) { return; }
+      call->ownerIs( nullptr );
+      call->abort( StreamEnd::takenOver, "another call came with the token of this stream" );
+   }
    /// The owner was told that it ended.
    void over() {
       call_ = nullptr;
@@ -45,6 +56,11 @@ class ClientCall {
    }
    /// The owner was told that the last message was taken.
    void taken() { lastTaken_ = clock_.now(); }
+
+   /// Since when there is no call; nothing if there is one.
+   std::optional< Time > awaySince() const {
+      return call_ ? std::nullopt : std::optional( lastTaken_ );
+   }
 
    bool writable() const { return call_ && call_->writable(); }
    /// To be filled and then written. Only while `writable()`.
@@ -90,7 +106,7 @@ class ClientCall {
    Oru::Clock & clock_;
    MessageStream< Response > * call_ = nullptr;
    std::string peer_;
-   std::chrono::nanoseconds lastTaken_; ///< Or written, or the call began or ended.
+   Time lastTaken_; ///< Or written, or the call began or ended.
    std::uint64_t recordsSent_ = 0;
    std::uint64_t messagesSent_ = 0;
 };

@@ -2,9 +2,6 @@
 
 #include "agent/stream/PbrRecord.h"
 
-#include <fmt/format.h>
-#include <utility>
-
 namespace VeloAgent {
 
 using velo::rpc::v1::PbrCountersWatchResponse;
@@ -17,16 +14,14 @@ PbrStream::PbrStream( PbrFanout & fanout, WatchingClients & clients, const Strea
      fanout_( fanout ),
      clients_( clients ),
      options_( options ),
-     clock_( clock ),
      form_( form ),
      client_( clients.enter( *this ) ),
-     undo_( options.undoRecords ),
-     lastTaken_( clock.now() ) {
+     call_( options, clock ),
+     undo_( options.undoRecords ) {
    fanout_.followerIs( *this );
 }
 
 PbrStream::~PbrStream() {
-   if ( call_ ) { call_->ownerIs( nullptr ); }
    fanout_.followerDel( *this );
    clients_.leave( client_ );
 }
@@ -37,13 +32,6 @@ void PbrStream::begin( PbrCall & call, bool reset ) {
 
 bool PbrStream::canResume( std::uint64_t sequence, Form form ) const {
    return form == form_ && undo_.reaches( sequence );
-}
-
-void PbrStream::takenOver() {
-   PbrCall * const call = std::exchange( call_, nullptr );
-   if ( !call ) { return; }
-   call->ownerIs( nullptr );
-   call->abort( StreamEnd::takenOver, "another call came with the token of this stream" );
 }
 
 void PbrStream::resume( PbrCall & call, std::uint64_t sequence ) {
@@ -58,21 +46,13 @@ void PbrStream::resume( PbrCall & call, std::uint64_t sequence ) {
 }
 
 void PbrStream::attach( PbrCall & call, Opening opening ) {
-   call_ = &call;
-   call_->ownerIs( this );
-   peer_ = call.peer();
+   call_.begin( call, *this );
    opening_ = opening;
-   lastTaken_ = clock_.now();
    fanout_.wakeUp();
 }
 
-std::optional< PbrStream::Time > PbrStream::awaySince() const {
-   return call_ ? std::nullopt : std::optional( lastTaken_ );
-}
-
 bool PbrStream::ready() const {
-   return call_ && call_->writable() &&
-          ( opening_ != Opening::done || keys_.hasNews() || inSyncIsDue() );
+   return call_.writable() && ( opening_ != Opening::done || keys_.hasNews() || inSyncIsDue() );
 }
 
 void PbrStream::compose( Oru::Task & task ) {
@@ -81,7 +61,7 @@ void PbrStream::compose( Oru::Task & task ) {
    } else if ( keys_.hasNews() ) {
       writeBatch( task );
    } else {
-      call_->message().mutable_in_sync();
+      call_.message().mutable_in_sync();
       write();
       inSyncAt_ = undo_.last();
    }
@@ -99,7 +79,7 @@ void PbrStream::writeOpened() {
          return Opened::OUTCOME_SNAPSHOT;
       }
    };
-   call_->message().mutable_opened()->set_outcome( outcome() );
+   call_.message().mutable_opened()->set_outcome( outcome() );
    opening_ = Opening::done;
    write();
 }
@@ -107,7 +87,7 @@ void PbrStream::writeOpened() {
 /// A message is full, or the slice is over, or the batch ends. A batch without a record is not
 /// worth a message, unless one that began earlier is to be ended.
 void PbrStream::writeBatch( Oru::Task & task ) {
-   auto & batch = *call_->message().mutable_batch();
+   auto & batch = *call_.message().mutable_batch();
    const std::size_t most = options_.recordsPerMessage;
    const bool begun = keys_.inBatch();
    const bool ends = keys_.tell( [&]( const PbrNews & news ) {
@@ -115,12 +95,11 @@ void PbrStream::writeBatch( Oru::Task & task ) {
       return static_cast< std::size_t >( batch.records_size() ) < most && !task.taskShouldYield();
    } );
    if ( batch.records_size() == 0 && !( begun && ends ) ) {
-      call_->message().Clear();
+      call_.message().Clear();
       return;
    }
    batch.set_end_of_batch( ends );
-   recordsSent_ += static_cast< std::uint64_t >( batch.records_size() );
-   write();
+   write( static_cast< std::size_t >( batch.records_size() ) );
 }
 
 void PbrStream::append( velo::rpc::v1::PbrCountersWatchResponse_Batch & batch,
@@ -138,32 +117,18 @@ void PbrStream::append( velo::rpc::v1::PbrCountersWatchResponse_Batch & batch,
    undo_.told( { .shortKey = news.shortKey, .first = news.first, .gone = !news.record } );
 }
 
-void PbrStream::write() {
+void PbrStream::write( std::size_t records ) {
    const std::uint64_t sequence = undo_.messageEnds( [this]( const UndoLog::Told & told ) {
       if ( told.gone ) { keys_.forget( told.shortKey ); }
    } );
-   call_->message().set_resume_token( ResumeToken{ .stream = id_, .sequence = sequence }.bytes() );
-   call_->write();
-   lastTaken_ = clock_.now();
-   ++messagesSent_;
+   call_.message().set_resume_token( ResumeToken{ .stream = id_, .sequence = sequence }.bytes() );
+   call_.write( records );
 }
 
 void PbrStream::writable() {
-   lastTaken_ = clock_.now();
+   call_.taken();
    if ( closing_ ) { closeIfTold(); }
    if ( ready() ) { fanout_.wakeUp(); }
-}
-
-void PbrStream::ended() {
-   call_ = nullptr;
-   lastTaken_ = clock_.now();
-}
-
-void PbrStream::closeIfStuck() {
-   if ( !call_ || call_->writable() || clock_.now() - lastTaken_ < options_.stallTime ) { return; }
-   call_->abort( StreamEnd::exhausted,
-                 fmt::format( "nothing was taken for {} ms; come back with the token to go on",
-                              options_.stallTime.count() ) );
 }
 
 void PbrStream::closeWhenTold() {
@@ -172,34 +137,21 @@ void PbrStream::closeWhenTold() {
 }
 
 void PbrStream::closeIfTold() {
-   if ( call_ && call_->writable() && !ready() ) { closeNow(); }
-}
-
-void PbrStream::closeNow() {
-   if ( !call_ ) { return; }
-   constexpr const char * kWhy = "the agent shuts down; try again";
-   if ( call_->writable() ) {
-      call_->close( StreamEnd::unavailable, kWhy );
-   } else {
-      call_->abort( StreamEnd::unavailable, kWhy );
-   }
+   if ( call_.writable() && !ready() ) { closeNow(); }
 }
 
 ClientReport PbrStream::report() const {
    const auto state = [this] {
-      if ( !call_ ) { return ClientState::away; }
+      if ( awaySince() ) { return ClientState::away; }
       return inSyncAt_ ? ClientState::inSync : ClientState::snapshot;
    };
-   const auto idle =
-      std::chrono::duration_cast< std::chrono::milliseconds >( clock_.now() - lastTaken_ );
-   return { .peer = peer_,
-            .stream = ClientStream::pbrCounters,
-            .state = state(),
-            .queue = keys_.pending(),
-            .told = keys_.told(),
-            .recordsSent = recordsSent_,
-            .messagesSent = messagesSent_,
-            .idleMs = static_cast< std::uint64_t >( idle.count() ) };
+   ClientReport report;
+   report.stream = ClientStream::pbrCounters;
+   report.state = state();
+   report.queue = keys_.pending();
+   report.told = keys_.told();
+   call_.reportTo( report );
+   return report;
 }
 
 } // namespace VeloAgent

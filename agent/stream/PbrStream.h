@@ -13,17 +13,14 @@
 #pragma once
 
 #include "Oru/Oru.h"
-#include "agent/stream/MessageStream.h"
+#include "agent/stream/ClientCall.h"
 #include "agent/stream/PbrFanout.h"
 #include "agent/stream/ResumeToken.h"
-#include "agent/stream/StreamOptions.h"
 #include "agent/stream/UndoLog.h"
-#include "agent/stream/WatchingClients.h"
 
-#include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <optional>
-#include <string>
 
 namespace velo::rpc::v1 {
 class PbrCountersWatchResponse;
@@ -36,7 +33,7 @@ using PbrCall = MessageStream< velo::rpc::v1::PbrCountersWatchResponse >;
 
 class PbrStream final : public PbrFollower, public WatchingClient, private MessageStreamOwner {
  public:
-   using Time = std::chrono::nanoseconds;
+   using Call = ClientCall< velo::rpc::v1::PbrCountersWatchResponse >;
    /// What is written to clients: long keys once, or with every record.
    enum class Form { compact, alwaysLongKeys };
 
@@ -55,17 +52,17 @@ class PbrStream final : public PbrFollower, public WatchingClient, private Messa
    void resume( PbrCall & call, std::uint64_t sequence );
 
    /// Ends the call, if there is one, in favour of another.
-   void takenOver();
+   void takenOver() { call_.takenOver(); }
 
    /// Since when it has no call; nothing if it has one.
-   std::optional< Time > awaySince() const;
+   std::optional< Call::Time > awaySince() const { return call_.awaySince(); }
 
    /// Closes a call that has taken nothing for too long.
-   void closeIfStuck();
+   void closeIfStuck() { call_.closeIfStuck( "come back with the token to go on" ); }
    /// Closes the call as soon as there is nothing to tell. Nothing more is to be begun or resumed.
    void closeWhenTold();
    /// Closes the call, whatever there is to tell.
-   void closeNow();
+   void closeNow() { call_.closeNow(); }
 
    bool ready() const override;
    void compose( Oru::Task & task ) override;
@@ -76,34 +73,28 @@ class PbrStream final : public PbrFollower, public WatchingClient, private Messa
    enum class Opening { done, snapshot, resumed, reset };
 
    void writable() override;
-   void ended() override;
+   void ended() override { call_.over(); }
 
    void attach( PbrCall & call, Opening opening );
    bool inSyncIsDue() const { return !inSyncAt_ && !keys_.hasNews() && fanout_.complete(); }
    void writeOpened();
    void writeBatch( Oru::Task & task );
    void append( velo::rpc::v1::PbrCountersWatchResponse_Batch & batch, const PbrNews & news );
-   void write();
+   void write( std::size_t records = 0 );
    void closeIfTold();
 
    PbrFanout & fanout_;
    WatchingClients & clients_;
    const StreamOptions & options_;
-   Oru::Clock & clock_;
    const Form form_;
    const StreamId id_ = newStreamId();
    const WatchingClients::Id client_;
 
-   PbrCall * call_ = nullptr;
-   std::string peer_;
+   Call call_;
    Opening opening_ = Opening::done;
    std::uint64_t inSyncAt_ = 0; ///< The message that said in_sync; 0: none has.
    UndoLog undo_;
    bool closing_ = false;
-
-   Time lastTaken_; ///< Or written first, or went away.
-   std::uint64_t recordsSent_ = 0;
-   std::uint64_t messagesSent_ = 0;
 };
 
 } // namespace VeloAgent

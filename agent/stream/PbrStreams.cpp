@@ -50,7 +50,7 @@ bool PbrStreams::makeRoom() {
    if ( streams_.size() < options_.mostClients ) { return true; }
    // One that has a call is away since for ever from now.
    const auto since = []( const Streams::value_type & entry ) {
-      return entry.second->awaySince().value_or( PbrStream::Time::max() );
+      return entry.second->awaySince().value_or( PbrStream::Call::Time::max() );
    };
    const auto longest = std::ranges::min_element( streams_, {}, since );
    if ( longest == streams_.end() || !longest->second->awaySince() ) { return false; }
@@ -59,7 +59,7 @@ bool PbrStreams::makeRoom() {
 }
 
 void PbrStreams::tick() {
-   const PbrStream::Time now = clock_.now();
+   const PbrStream::Call::Time now = clock_.now();
    std::erase_if( streams_, [&]( const Streams::value_type & entry ) {
       entry.second->closeIfStuck();
       const auto since = entry.second->awaySince();

@@ -7,6 +7,7 @@
 #pragma once
 
 #include "agent/stream/PbrStreams.h"
+#include "agent/test/TestCall.h"
 
 #include <cstdint>
 #include <map>
@@ -24,47 +25,7 @@ using velo::rpc::v1::PbrCountersWatchRequest;
 using velo::rpc::v1::PbrCountersWatchResponse;
 using Opened = PbrCountersWatchResponse::Opened;
 
-/// One call: what the agent writes stays on its way until the test takes it.
-class TestCall final : public PbrCall {
- public:
-   void ownerIs( MessageStreamOwner * owner ) override { owner_ = owner; }
-   bool writable() const override { return !onItsWay_ && !end_; }
-   PbrCountersWatchResponse & message() override { return message_; }
-   void write() override { onItsWay_ = true; }
-   void close( StreamEnd why, const std::string & text ) override {
-      if ( !end_ ) { end_ = { why, text }; }
-   }
-   void abort( StreamEnd why, const std::string & text ) override {
-      if ( end_ ) { return; }
-      onItsWay_ = false;
-      close( why, text );
-   }
-   std::string peer() const override { return "test:"; }
-
-   /// The message on its way, if there is one.
-   std::optional< PbrCountersWatchResponse > take() {
-      if ( !onItsWay_ ) { return {}; }
-      onItsWay_ = false;
-      PbrCountersWatchResponse taken;
-      taken.Swap( &message_ );
-      if ( owner_ && !end_ ) { owner_->writable(); }
-      return taken;
-   }
-   /// The last call: nobody knows of this any more.
-   void isOver() {
-      if ( MessageStreamOwner * const owner = std::exchange( owner_, nullptr ) ) { owner->ended(); }
-   }
-
-   bool closed() const { return end_.has_value(); }
-   StreamEnd why() const { return end_.value().first; }
-   const std::string & text() const { return end_.value().second; }
-
- private:
-   MessageStreamOwner * owner_ = nullptr;
-   PbrCountersWatchResponse message_;
-   bool onItsWay_ = false;
-   std::optional< std::pair< StreamEnd, std::string > > end_;
-};
+using TestCall = TestCallOf< PbrCountersWatchResponse >;
 
 class StreamClient {
  public:
