@@ -145,7 +145,7 @@ TEST_F( BgpLinkWeights, WhatIsThereAllTheWhileIsListedOnceHoweverTheRestChanges 
    const Weights found = list( 10, [&] {
       // Away with some, here with many others, and some that were deleted come back.
       del( { 200 + changes % 100, 201 + changes % 100 } );
-      ASSERT_TRUE( set( numbered( 1000 + 50 * changes, 1050 + 50 * changes, 2 ) ).ok() );
+      ASSERT_TRUE( set( numbered( 1000 + 8 * changes, 1008 + 8 * changes, 2 ) ).ok() );
       if ( changes > 5 ) { ASSERT_TRUE( set( { { 200 + changes - 5, 3 } } ).ok() ); }
       ++changes;
    } );

@@ -20,10 +20,10 @@ using Opened = PbrCountersWatchResponse::Opened;
 /// A call to Watch, and what its client puts together.
 class Watcher {
  public:
-   Watcher( const std::shared_ptr< grpc::Channel > & channel, const std::string & token = {} )
+   Watcher( const std::shared_ptr< grpc::Channel > & channel, const std::string & resumeToken = {} )
       : stub_( PbrCounters::NewStub( channel ) ) {
       PbrCountersWatchRequest request;
-      request.set_resume_token( token );
+      request.set_resume_token( resumeToken );
       reader_ = stub_->Watch( &context_, request );
    }
    ~Watcher() {
