@@ -25,29 +25,31 @@ namespace Quon {
 /// Iterators  `iterator()` survives every change, deletion of its element and of the collection
 ///            included; `checkedIterator()` and range-for assert that nothing changed
 /// Cost       every operation on one element is O(1) and bounded: no step copies more than a
-///            directory page or a leaf's lines. Move-out is O(1), merging O(the smaller), deleting
-///            a range O(deleted).
+///            directory page or the elements of a leaf. Move-out is O(1), merging O(the smaller),
+///            deleting a range O(deleted).
 ///
 /// How it is built. The leading bits of the hash lead through a directory to a leaf, and in it to a
-/// line of at most 24 elements:
+/// line that knows at most 16 elements:
 ///
-///     hash 1011010...    leaf, some 80 lines         elements, unsorted
-///     directory page     slots 0 0 1 2               order list, written when a walk enters
-///     [00 01 10 11] ──►  line 0 │where│24 tags│      ┌───────┬────┬────┬────┬────┬───
-///      │   └──┴─► leaf   line 1 │where│24 tags│ ───► │ 3 0 1 │ e0 │ e1 │    │ e3 │ ...
-///      └────────► leaf   line 2 │where│24 tags│      └───────┴────┴────┴────┴────┴───
+///     hash 1011010...    leaf, up to 1024 elements              its room
+///     directory page     slots 0 0 1 2                          ┌────┐
+///     [00 01 10 11] ──►  line 0 │where│16 tags│16 places│ ──┬─► │ e0 │
+///      │   └──┴─► leaf   line 1 │where│16 tags│16 places│ ──┤   │    │
+///      └────────► leaf   line 2 │where│16 tags│16 places│ ──┘   │ e2 │ ...
 ///
-/// - A full line divides by the next bit, and a full leaf likewise; the directory rewrites a few
-///   slots for it, or doubles one page. Nothing is ever rehashed as a whole, so an event loop never
-///   stalls on growth.
-/// - A look-up compares the 24 tags of a line, which is one cache line, and then one key. Lines lie
+/// - A full line divides by the next bit, which moves no element; a full leaf likewise, and half of
+///   its elements move; the directory rewrites a few slots for it, or doubles one page. Nothing is
+///   ever rehashed as a whole, so an event loop never stalls on growth.
+/// - A look-up compares the 16 tags of a line, which is one cache line, and then one key. Lines lie
 ///   together, apart from the elements, so that what all look-ups share stays in the caches.
-/// - A walk sorts each line's elements when it comes to it, without moving any, and asks for the
-///   memory of the lines to come ahead.
-/// - An emptied line gives back its memory. When half of a leaf's lines are nearly empty, one pass
-///   makes few of many, and small leaves become one: what is left after deletions is about as small
-///   as if it had never been larger.
-/// - More than 24 keys of one and the same hash go to a balanced tree by key.
+/// - A walk sorts each line's entries when it comes to it, without moving an element, and asks for
+///   the memory of the leaf to come ahead.
+/// - The elements of a leaf share one room. So the heap is asked, or given back to, once for
+/// hundreds
+///   of changes. When an eighth of the room is in use, the elements move to a smaller one, and
+///   small leaves become one: what is left after deletions is about as small as if it had never
+///   been larger.
+/// - More than 16 keys of one and the same hash go to a balanced tree by key.
 /// - An empty collection is four words; a small one has one line, with as much room as its elements
 ///   need.
 ///

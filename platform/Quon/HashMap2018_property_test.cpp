@@ -69,9 +69,9 @@ void perform( ModelledCollection< Types > & both, const Step & step ) {
 template< class Types >
 class KeyedCollectionProperty : public ::testing::Test {};
 
-using AllTypes =
-   ::testing::Types< Numbers, SmallNumbers, Names, OneHash, FewHashes, Records, NumberSet, NameSet,
-                     DenseNumbers, DenseStrings, DenseRecords, DenseSet >;
+using AllTypes = ::testing::Types< Numbers, SmallNumbers, Names, OneHash, FewHashes, Records,
+                                   LargeValues, LargeUnderFewHashes, NumberSet, NameSet,
+                                   DenseNumbers, DenseStrings, DenseRecords, DenseSet >;
 TYPED_TEST_SUITE( KeyedCollectionProperty, AllTypes );
 
 TYPED_TEST( KeyedCollectionProperty, AgreesWithTheNaiveModelWhateverIsDoneInWhateverOrder ) {

@@ -56,9 +56,9 @@ class KeyedCollection : public ::testing::Test {
    Collection collection;
 };
 
-using AllTypes =
-   ::testing::Types< Numbers, SmallNumbers, Names, OneHash, FewHashes, Records, NumberSet, NameSet,
-                     DenseNumbers, DenseStrings, DenseRecords, DenseSet >;
+using AllTypes = ::testing::Types< Numbers, SmallNumbers, Names, OneHash, FewHashes, Records,
+                                   LargeValues, LargeUnderFewHashes, NumberSet, NameSet,
+                                   DenseNumbers, DenseStrings, DenseRecords, DenseSet >;
 TYPED_TEST_SUITE( KeyedCollection, AllTypes );
 
 TYPED_TEST( KeyedCollection, StartsEmpty ) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <compare>
 #include <cstdint>
 #include <string>
@@ -72,6 +73,23 @@ struct Records {
    using Collection = HashMap2018< std::uint64_t, Record, RecordTraits >;
    static std::uint64_t key( unsigned n ) { return n; }
    static Record value( unsigned n, unsigned v ) { return { n, "value " + std::to_string( v ) }; }
+};
+/// So large that a few hundred need many leaves.
+struct Large {
+   std::string text;
+   std::array< char, 1500 > rest{};
+   auto operator<=>( const Large & ) const = default;
+};
+struct LargeValues {
+   using Collection = HashMap2018< std::uint64_t, Large >;
+   static std::uint64_t key( unsigned n ) { return n; }
+   static Large value( unsigned, unsigned v ) { return { "value " + std::to_string( v ) }; }
+};
+/// Many leaves with trees in some of them.
+struct LargeUnderFewHashes {
+   using Collection = HashMap2018< Colliding< 37 >, Large >;
+   static Colliding< 37 > key( unsigned n ) { return { n }; }
+   static Large value( unsigned, unsigned v ) { return { "value " + std::to_string( v ) }; }
 };
 /// Dense numbers, with a few in between that are as far away as can be.
 inline std::uint64_t mostlyDense( unsigned n ) {

@@ -18,7 +18,6 @@ struct Cursor {
    void * leaf = nullptr;       ///< The store's leaf that holds it; null when to be found again.
    int at = 0;                  ///< Position in the leaf's order.
    std::uintptr_t ahead = 0;    ///< Memory of a leaf to come, to be asked for early. May dangle.
-   std::uint64_t aheadHash = 0; ///< Where the leaf behind that one begins; 0 at the end.
    Cursor * nextRegistered = nullptr;
 
    void forgetPlace() { leaf = nullptr; }

@@ -8,7 +8,20 @@ namespace Quon::detail {
 namespace {
 
 constinit HashLine emptyLine;
-constinit HashLeaf sharedEmptyLeaf{ &emptyLine, 0, 0, 63, 0, 1, 0, 0, {} };
+constinit HashLeaf sharedEmptyLeaf{ .lines = &emptyLine,
+                                    .elements = nullptr,
+                                    .depth = 0,
+                                    .bits = 0,
+                                    .shift = 63,
+                                    .lastSlot = 0,
+                                    .count = 1,
+                                    .room = 0,
+                                    .size = 0,
+                                    .capacity = 0,
+                                    .few = 0,
+                                    .unused = 0,
+                                    .gap = HashLeaf::kNoPlace,
+                                    .slots = {} };
 
 } // namespace
 

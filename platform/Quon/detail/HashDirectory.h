@@ -36,7 +36,7 @@ class HashDirectory {
    /// The leaf that all empty collections share, with one empty line. Never written.
    static Leaf * emptyLeaf() { return kEmptyLeaf; }
 
-   Leaf * leafOf( std::uint64_t hash ) const {
+   [[gnu::always_inline]] Leaf * leafOf( std::uint64_t hash ) const {
       Ref ref = root_;
       if ( const unsigned bits = ref & kBitsMask ) {
          ref = pageOf( ref )->slots[hash >> ( -bits & 63 )];

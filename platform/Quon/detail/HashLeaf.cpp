@@ -1,5 +1,6 @@
 #include "Quon/detail/HashLeaf.h"
 
+#include <algorithm>
 #include <cstring>
 #include <new>
 
@@ -28,8 +29,8 @@ HashLeaf::Ptr HashLeaf::create( unsigned depth, unsigned bits, unsigned room ) {
    leaf->depth = static_cast< std::uint8_t >( depth );
    leaf->bitsAre( bits );
    leaf->count = 0;
-   leaf->sparse = 0;
    leaf->room = static_cast< std::uint16_t >( room );
+   leaf->roomIs( nullptr, 0, 0 );
    return Ptr( leaf );
 }
 
@@ -78,7 +79,7 @@ HashLeaf::Ptr HashLeaf::half( const HashLeaf & leaf, bool one ) {
    for ( unsigned slot = first; slot != first + end / 2; ++lines ) {
       slot += leaf.widthOf( leaf.lines[leaf.slots[slot]] );
    }
-   Ptr made = create( leaf.depth + 1u, leaf.bits - 1u, lines + lines / 8 + 1 );
+   Ptr made = create( leaf.depth + 1u, leaf.bits - 1u, 2 * lines );
    made->append( leaf, first, first + end / 2, 1 );
    return made;
 }
@@ -86,11 +87,28 @@ HashLeaf::Ptr HashLeaf::half( const HashLeaf & leaf, bool one ) {
 HashLeaf::Ptr HashLeaf::whole( const HashLeaf & zero, const HashLeaf & one ) {
    const unsigned bits = std::max( zero.bits, one.bits ) + 1u;
    Ptr made = create( zero.depth - 1u, bits, zero.count + one.count );
-   made->sparse = static_cast< std::uint16_t >( zero.sparse + one.sparse );
    for ( const HashLeaf * const leaf : { &zero, &one } ) {
       made->append( *leaf, 0, 1u << leaf->bits, 1u << ( bits - 1 - leaf->bits ) );
    }
    return made;
+}
+
+void HashLeaf::roomIs( void * newElements, unsigned newCapacity, unsigned newSize ) {
+   elements = newElements;
+   size = static_cast< std::uint16_t >( newSize );
+   capacity = static_cast< std::uint16_t >( newCapacity );
+   few = static_cast< std::uint16_t >( newCapacity / 8 );
+   unused = size;
+   gap = kNoPlace;
+}
+
+void HashLeaf::roomIsOf( const HashLeaf & other ) {
+   elements = other.elements;
+   size = other.size;
+   capacity = other.capacity;
+   few = other.few;
+   unused = other.unused;
+   gap = other.gap;
 }
 
 HashLine & HashLeaf::divide( std::uint64_t hash ) {
@@ -100,6 +118,7 @@ HashLine & HashLeaf::divide( std::uint64_t hash ) {
    const unsigned half = widthOf( line );
    HashLine * const other = new ( lines + count ) HashLine;
    other->depth = line.depth;
+   other->elements = elements;
    std::memset( slots + first + half, count++, half );
    return *other;
 }

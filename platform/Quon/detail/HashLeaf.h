@@ -9,23 +9,28 @@
 
 namespace Quon::detail {
 
-/// Up to 256 lines side by side, and which of them is for which hash.
+/// Up to 1024 elements in one room, the lines that tell where each is, and which line is for which
+/// hash.
 ///
-///    bits 3      slots, by the hash bits behind `depth`       lines
+///    bits 3      slots, by the hash bits behind `depth`       lines, some 60
 ///                │ 0 │ 0 │ 1 │ 2 │ 3 │ 3 │ 3 │ 3 │            │ 00x │ 010 │ 011 │ 1xx │
 ///
 /// A line fills all the slots whose hashes it stands for, so that dividing it rewrites a few slots.
-/// Lines lie close together, and a slot is one byte: of a million elements the part that every
-/// look-up goes through is 5 MB, in a thousand pieces. If each line lay beside its elements, it
-/// would be scattered over the whole heap.
+/// What every look-up goes through lies close together, apart from the elements. If each line had
+/// memory of its own for its elements, the heap would be asked twenty times as often, and giving
+/// back would take long: an allocator sorts what it was given all at once, in whichever operation
+/// asks next.
 ///
 /// A leaf is made for a number of lines and of slots. When it needs more, or much less, another one
-/// takes its place; this copies 16 KB at most, and puts the lines in order: new ones are behind the
-/// others until then. Owns nothing that the lines point at.
+/// takes its place, which puts the lines in order: new ones are behind the others until then. Owns
+/// neither the room nor what is in it: these are the store's, who knows their type.
+///
+/// Invariant  every line that is no tree has its entries' places in `elements`
 struct alignas( 16 ) HashLeaf {
    static constexpr unsigned kMaxBits = 8;
+   static constexpr std::uint16_t kNoPlace = 0xffff;
    /// Two leaves may become one when together they have no more lines than this.
-   static constexpr unsigned kMaxWhole = 48;
+   static constexpr unsigned kMaxWhole = 160;
 
    struct Free {
       void operator()( HashLeaf * leaf ) const { destroy( leaf ); }
@@ -33,13 +38,18 @@ struct alignas( 16 ) HashLeaf {
    using Ptr = std::unique_ptr< HashLeaf, Free >;
 
    HashLine * lines;
+   void * elements;       ///< Room for `capacity` elements.
    std::uint8_t depth;    ///< Leading hash bits that all its elements share.
    std::uint8_t bits;     ///< There are 1 << bits slots.
    std::uint8_t shift;    ///< Hash bits behind those that choose the slot; 63 if none choose.
    std::uint8_t lastSlot; ///< ( 1 << bits ) - 1
    std::uint16_t count;   ///< Lines.
    std::uint16_t room;    ///< Lines it was made for.
-   std::uint16_t sparse;  ///< How often a line came down to few elements, counted by the store.
+   std::uint16_t size;    ///< Elements in `elements`.
+   std::uint16_t capacity;
+   std::uint16_t few;    ///< So many elements are too few for so much room.
+   std::uint16_t unused; ///< Places from here on were never taken.
+   std::uint16_t gap;    ///< A place that is free again, and names the next such; or kNoPlace.
    std::uint8_t slots[14];
 
    /// Harmless on the leaf that all empty collections share.
@@ -52,12 +62,19 @@ struct alignas( 16 ) HashLeaf {
    VELO_PLATFORM_EXPORT static Ptr remade( const HashLeaf & leaf, unsigned bits, unsigned room );
    /// The lines for which the bit behind the leaf's depth is 0, or 1. There are two lines at least.
    VELO_PLATFORM_EXPORT static Ptr half( const HashLeaf & leaf, bool one );
-   /// Whether two leaves are few lines together.
+   /// Whether two leaves are little together.
    static bool canBeWhole( const HashLeaf & one, const HashLeaf & other ) {
-      return one.count + other.count <= kMaxWhole && std::max( one.bits, other.bits ) < kMaxBits;
+      return one.count + other.count <= static_cast< int >( kMaxWhole ) &&
+             std::max( one.bits, other.bits ) < kMaxBits;
    }
    /// What two halves were, or might have been.
    VELO_PLATFORM_EXPORT static Ptr whole( const HashLeaf & zero, const HashLeaf & one );
+
+   bool isFull() const { return unused == capacity && gap == kNoPlace; }
+   /// The elements are in this room now, in its first places.
+   VELO_PLATFORM_EXPORT void roomIs( void * newElements, unsigned newCapacity, unsigned newSize );
+   /// The elements stay where they are while this leaf takes the place of `other`.
+   VELO_PLATFORM_EXPORT void roomIsOf( const HashLeaf & other );
 
    HashLine & lineOf( std::uint64_t hash ) const { return lines[slots[slotOf( hash )]]; }
 

@@ -15,8 +15,9 @@
 #include "Quon/detail/Cursor.h"
 #include "Quon/detail/Element.h"
 #include "Quon/detail/HashDirectory.h"
-#include "Quon/detail/HashLine.h"
+#include "Quon/detail/HashElements.h"
 #include "Quon/detail/HashTree.h"
+#include "Quon/detail/Relocate.h"
 
 namespace Quon::detail {
 
@@ -37,6 +38,11 @@ class HashStore {
    using Watchers = Where *;
    using Line = HashLine;
    using Elements = HashElements< Node >;
+   /// Raw memory that nobody's elements are in yet, or any more.
+   struct FreeRoom {
+      void operator()( void * room ) const { Elements::release( room ); }
+   };
+   using Room = std::unique_ptr< void, FreeRoom >;
    class Remains;
    using Tree = HashTree< Node, Traits >;
 
@@ -69,23 +75,28 @@ class HashStore {
    template< class P >
    Node * findMutable( const P & probe ) const {
       const std::uint64_t hash = hashOf( probe );
-      return findIn( lineOf( hash ), hash, probe );
+      unsigned entry;
+      return findIn( directory_.leafOf( hash )->lineOf( hash ), hash, probe, entry );
    }
 
    /// Where an element is, or would be.
    struct Place {
       Node * node;
       std::uint64_t hash;
+      HashLeaf * leaf;
       Line * line;
+      unsigned entry = 0;                         ///< If the line is no tree, and has it.
       typename Tree::Elements::iterator inTree{}; ///< If the line is a tree, and has it.
       explicit operator bool() const { return node; }
    };
    template< class P >
-   Place locate( const P & probe ) const {
+   [[gnu::always_inline]] Place locate( const P & probe ) const {
       const std::uint64_t hash = hashOf( probe );
-      Line & line = lineOf( hash );
-      Place place{ findIn( line, hash, probe ), hash, &line };
-      if ( line.isTree && place ) [[unlikely]] {
+      HashLeaf & leaf = *directory_.leafOf( hash );
+      Line & line = leaf.lineOf( hash );
+      Place place{ nullptr, hash, &leaf, &line };
+      place.node = findIn( line, hash, probe, place.entry );
+      if ( line.state == Line::isTree && place ) [[unlikely]] {
          place.inTree = Tree::of( line ).elements.find( probe );
       }
       return place;
@@ -98,22 +109,20 @@ class HashStore {
    std::pair< Node *, bool > insert( const K & key, Watchers watchers, Make make ) {
       const Place place = locate( key );
       if ( place ) { return { place.node, false }; }
-      if ( place.line->isFull() ) [[unlikely]] {
+      if ( place.line->isFull() || place.leaf->isFull() ) [[unlikely]] {
          return { insertWithRoom( place.hash, watchers, make() ), true };
       }
-      return { fillSlot( *place.line, place.hash, watchers, make ), true };
+      return { fill( *place.leaf, *place.line, place.hash, watchers, make ), true };
    }
 
    void erase( const Place & place, Watchers watchers ) {
-      Line & line = *place.line;
-      if ( line.isTree ) [[unlikely]] {
+      if ( place.line->state == Line::isTree ) [[unlikely]] {
          eraseFromTree( place, watchers );
          return;
       }
       std::destroy_at( place.node );
-      line.dropSlot( Elements::slotOf( line, place.node ) );
-      --size_;
-      if ( isFew( line.count ) ) { tidy( place.hash, watchers ); }
+      drop( *place.leaf, *place.line, place.entry );
+      if ( place.leaf->size <= place.leaf->few ) [[unlikely]] { tidy( place.hash, watchers ); }
    }
 
    /// Takes out the elements from `from` and before `to` (or to either end). O(taken).
@@ -123,7 +132,7 @@ class HashStore {
    template< class F >
    void forEach( F f ) {
       directory_.forEachLeaf( [&f]( HashLeaf * leaf ) {
-         for ( unsigned i = 0; i < leaf->count; ++i ) { eachIn( leaf->lines[i], f ); }
+         eachLine( *leaf, [&f]( Line & line ) { eachIn( line, f ); } );
       } );
    }
 
@@ -140,36 +149,20 @@ class HashStore {
    /// To the element after the one that `c` stands on, or stood on before it was deleted.
    void next( Where & c ) const {
       const Line & line = *static_cast< const Line * >( c.leaf );
-      while ( ++c.at < static_cast< int >( line.ordered ) ) {
-         const unsigned slot = Elements::order( line )[c.at];
-         if ( line.isLive( slot ) ) [[likely]] {
-            c.node = Elements::at( line, slot );
-            prefetchAhead( c );
-            return;
-         }
+      if ( const std::uint32_t rest = line.live & ~1u << c.at ) {
+         c.at = std::countr_zero( rest );
+         c.node = Elements::at( line, static_cast< unsigned >( c.at ) );
+         prefetchAhead( c );
+         return;
       }
       leaveLine( c, line.depth, hashOf( c.node->fwkKey() ) );
    }
 
  private:
    /// Two lines that are halves of one become one when together they have no more than this.
-   static constexpr unsigned kUniteMax = 14;
-   /// So many elements in united lines are enough for one pass over a leaf.
-   static constexpr unsigned kMaxWork = 96;
-   /// Lines that are looked at once more when leaves have been united.
-   static constexpr unsigned kSmallLeaf = 8;
-   /// Room for elements in a line that comes to life among others.
-   static constexpr unsigned kFreshCapacity = 4;
-
-   /// How far ahead of a walk memory is asked for.
+   static constexpr unsigned kUniteMax = 10;
+   /// How far ahead memory is asked for when the elements of a leaf move.
    static constexpr unsigned kLinesAhead = 3;
-
-   /// On the way down a line tells its leaf when it has so few elements left.
-   static constexpr bool isFew( unsigned count ) { return count == 4 || count == 0; }
-   /// Whether so few elements should move to where there is less room.
-   static constexpr bool isSparse( unsigned count, unsigned capacity ) {
-      return count * 8 <= capacity && count != 0;
-   }
 
    template< class P >
    static std::uint64_t hashOf( const P & key ) {
@@ -182,13 +175,15 @@ class HashStore {
    Line & lineOf( std::uint64_t hash ) const { return directory_.leafOf( hash )->lineOf( hash ); }
 
    template< class P >
-   static Node * findIn( const Line & line, std::uint64_t hash, const P & probe ) {
+   [[gnu::always_inline]] static Node * findIn( const Line & line, std::uint64_t hash,
+                                                const P & probe, unsigned & entry ) {
       for ( auto rest = line.candidates( hash ); rest != 0; rest &= rest - 1 ) {
-         Node * const node =
-            Elements::at( line, static_cast< std::size_t >( std::countr_zero( rest ) ) );
+         entry = static_cast< unsigned >( std::countr_zero( rest ) );
+         Node * const node = Elements::at( line, entry );
          if ( Traits::isEq( node->fwkKey(), probe ) ) [[likely]] { return node; }
       }
-      return line.isTree ? findInTree< P >( Tree::of( line ), hash, probe ) : nullptr;
+      return line.state == Line::isTree ? findInTree< P >( Tree::of( line ), hash, probe )
+                                        : nullptr;
    }
    template< class P >
    [[gnu::noinline, gnu::cold]] static Node * findInTree( Tree & tree, std::uint64_t hash,
@@ -199,52 +194,52 @@ class HashStore {
    }
 
    template< class Make >
-   Node * fillSlot( Line & line, std::uint64_t hash, Watchers watchers, Make make ) {
-      const unsigned slot = line.freeSlot();
-      Node * const node = new ( Elements::at( line, slot ) ) Node( make() ); // may throw:
-      line.addSlot( slot, hash );                                            // not counted yet
+   Node * fill( HashLeaf & leaf, Line & line, std::uint64_t hash, Watchers watchers, Make make ) {
+      const unsigned place = Elements::takePlace( leaf );
+      // If this throws, the place stays unused until the elements move.
+      Node * const node = new ( Elements::inRoom( leaf.elements, place ) ) Node( make() );
+      ++leaf.size;
+      line.add( hash, place );
       ++size_;
       forgetPlaces( line, watchers );
       return node;
    }
+   /// The element is gone already.
+   void drop( HashLeaf & leaf, Line & line, unsigned entry ) {
+      Elements::free( leaf, line.places[entry] );
+      line.drop( entry );
+      --size_;
+   }
 
+   template< class F >
+   static void eachLine( HashLeaf & leaf, F f ) {
+      for ( unsigned i = 0; i < leaf.count; ++i ) { f( leaf.lines[i] ); }
+   }
    static void forgetPlaces( const Line & line, Watchers watchers ) {
       for ( Where * c = watchers; c; c = c->nextRegistered ) {
          if ( c->leaf == &line ) { c->forgetPlace(); }
       }
    }
-   static bool isEmpty( const Line & line ) {
-      return line.isTree ? Tree::of( line ).elements.empty() : line.count == 0;
-   }
-   static bool isEmpty( const HashLeaf & leaf ) {
-      return std::all_of( leaf.lines, leaf.lines + leaf.count,
-                          []( const Line & line ) { return isEmpty( line ); } );
-   }
-
-   static void forgetPlaces( const HashLeaf & leaf, Watchers watchers ) {
+   static void forgetPlaces( HashLeaf & leaf, Watchers watchers ) {
       if ( !watchers ) { return; }
-      for ( unsigned i = 0; i < leaf.count; ++i ) { forgetPlaces( leaf.lines[i], watchers ); }
+      eachLine( leaf, [=]( const Line & line ) { forgetPlaces( line, watchers ); } );
    }
    template< class F >
    static void eachIn( Line & line, F & f ) {
-      if ( line.isTree ) {
+      if ( line.state == Line::isTree ) {
          for ( const Node & node : Tree::of( line ).elements ) {
             f( Tree::mutableElement( node ) );
          }
       } else {
-         line.eachLive( [&]( unsigned slot ) { f( *Elements::at( line, slot ) ); } );
-      }
-   }
-   static void destroyLine( Line & line ) {
-      if ( line.isTree ) {
-         delete &Tree::of( line );
-         line.becomeNothing();
-      } else if ( line.capacity != 0 ) {
-         Elements::destroy( line );
+         line.eachLive( [&]( unsigned entry ) { f( *Elements::at( line, entry ) ); } );
       }
    }
    static void destroyLeaf( HashLeaf * leaf ) {
-      for ( unsigned i = 0; i < leaf->count; ++i ) { destroyLine( leaf->lines[i] ); }
+      eachLine( *leaf, []( Line & line ) {
+         line.eachLive( [&]( unsigned entry ) { std::destroy_at( Elements::at( line, entry ) ); } );
+         if ( line.state == Line::isTree ) { delete &Tree::of( line ); }
+      } );
+      Elements::release( leaf->elements );
       HashLeaf::destroy( leaf );
    }
 
@@ -256,28 +251,31 @@ class HashStore {
 
    // Changes of shape: HashStoreChanges.h
    Node * insertWithRoom( std::uint64_t hash, Watchers watchers, Node && fresh );
-   static void moveNode( Line & from, unsigned slot, Line & to, Watchers watchers );
-   static void resize( Line & line, unsigned capacity, Watchers watchers );
-   void replaceLeaf( std::uint64_t hash, HashLeaf::Ptr with, Watchers watchers );
+   static unsigned elementsIn( HashLeaf & leaf );
+   static void gather( HashLeaf & leaf, Room room, unsigned capacity, Watchers watchers,
+                       HashLeaf * from = nullptr );
+   static void move( HashLeaf & leaf, unsigned wanted, Watchers watchers );
+   void replaceLeaf( HashLeaf & leaf, std::uint64_t hash, HashLeaf::Ptr with, Watchers watchers );
    HashLeaf & leafWithRoom( std::uint64_t hash, Watchers watchers );
    void divideLeaf( HashLeaf & leaf, std::uint64_t hash, Watchers watchers );
    void divide( std::uint64_t hash, Watchers watchers );
-   void makeTree( Line & line, std::uint64_t hash, Watchers watchers );
+   void makeTree( HashLeaf & leaf, Line & line, std::uint64_t hash, Watchers watchers );
    void eraseFromTree( const Place & place, Watchers watchers );
    void tidy( std::uint64_t hash, Watchers watchers );
    void condense( std::uint64_t hash, Watchers watchers );
-   static bool unite( Line & line, Line & buddy, Watchers watchers );
+   static bool unite( Line & line, Line & buddy );
    bool uniteLeaves( std::uint64_t hash, Watchers watchers );
-   void extractFrom( Line & line, const std::optional< K > & from, const std::optional< K > & to,
-                     Remains & out, Watchers watchers );
+   static void fellEmptyTree( HashLeaf & leaf, Line & line );
+   void extractFrom( HashLeaf & leaf, Line & line, const std::optional< K > & from,
+                     const std::optional< K > & to, Remains & out, Watchers watchers );
    void extractFromTree( Tree & tree, const std::optional< K > & from,
                          const std::optional< K > & to, Remains & out );
 
    // Walking: HashStoreWalk.h
    static void sort( Line & line );
    static bool nextHash( std::uint64_t & hash, unsigned depth );
-   void lookAhead( Where & c ) const;
-   void standIn( Where & c, Line & line, unsigned position, std::uint64_t hash ) const;
+   void lookAhead( Where & c, std::uint64_t hash ) const;
+   void standIn( Where & c, Line & line, unsigned entry, std::uint64_t hash ) const;
    void enterFrom( Where & c, std::uint64_t hash ) const;
    void leaveLine( Where & c, unsigned depth, std::uint64_t hash ) const;
    template< bool behind, class P >
@@ -286,16 +284,16 @@ class HashStore {
       __builtin_prefetch( reinterpret_cast< const void * >( at ) );
    }
    static void prefetchElements( const Line & line ) {
-      line.eachLive( [&]( unsigned slot ) {
-         prefetch( reinterpret_cast< std::uintptr_t >( line.elements ) + slot * sizeof( Node ) );
+      line.eachLive( [&]( unsigned entry ) {
+         prefetch( reinterpret_cast< std::uintptr_t >( Elements::at( line, entry ) ) );
       } );
    }
-   /// Two elements ahead for each one walked: few lines are less than half full.
-   static void prefetchAhead( const Where & c ) {
-      constexpr std::size_t kStep = 2 * sizeof( Node );
-      const std::uintptr_t at = c.ahead + static_cast< std::size_t >( c.at ) * kStep;
-      prefetch( at );
-      if constexpr ( kStep > 64 ) { prefetch( at + kStep / 2 ); }
+   /// Half an element more for each one walked: few rooms are less than two thirds full.
+   static void prefetchAhead( Where & c ) {
+      constexpr std::size_t kStep = sizeof( Node ) + sizeof( Node ) / 2;
+      prefetch( c.ahead );
+      if constexpr ( kStep > 64 ) { prefetch( c.ahead + kStep / 2 ); }
+      c.ahead += kStep;
    }
 
    HashDirectory directory_;

@@ -2,52 +2,53 @@
 
 // Walking through a HashStore in order. Included by HashStore.h only.
 //
-// A line's elements are sorted when a walk enters it, which writes its order list and moves none.
-// On entering, a line further ahead is found, and its memory is asked for as the walk goes on.
+// A line's entries are sorted when a walk enters it, which moves no element. While a walk goes
+// through a leaf, the memory of the next one's room is asked for.
 
 #include "Quon/detail/HashStore.h"
 
 namespace Quon::detail {
 
-/// Writes the order list: one pass puts each slot into one of 64 buckets by its next hash bits,
-/// which leaves little for the insertion sort. About 3 ns per element.
+/// Puts the entries in order: one pass puts each into one of 16 buckets by its next hash bits,
+/// which leaves little for the insertion sort.
 template< class K, class V, class Traits >
 void HashStore< K, V, Traits >::sort( Line & line ) {
-   constexpr std::uint64_t kSlotMask = 63;
-   std::array< std::uint64_t, Line::kSlots > unsorted;
-   std::array< std::uint64_t, Line::kSlots > sorted;
-   std::array< std::uint8_t, 65 > place{};
+   constexpr std::uint64_t kEntryMask = Line::kEntries - 1;
+   std::array< std::uint64_t, Line::kEntries > unsorted;
+   std::array< std::uint64_t, Line::kEntries > sorted;
+   std::array< std::uint8_t, 17 > begin{};
    const unsigned depth = line.depth;
    unsigned n = 0;
-   line.eachLive( [&]( unsigned slot ) {
-      const std::uint64_t hash = hashOf( Elements::at( line, slot )->fwkKey() );
+   line.eachLive( [&]( unsigned entry ) {
+      const std::uint64_t hash = hashOf( Elements::at( line, entry )->fwkKey() );
       const std::uint64_t rest = depth == 64 ? 0 : hash << depth;
-      unsorted[n++] = ( rest & ~kSlotMask ) | slot;
-      ++place[( rest >> 58 ) + 1];
+      unsorted[n++] = ( rest & ~kEntryMask ) | entry;
+      ++begin[( rest >> 60 ) + 1];
    } );
-   for ( unsigned i = 1; i < 64; ++i ) {
-      place[i] = static_cast< std::uint8_t >( place[i] + place[i - 1] );
+   for ( unsigned i = 1; i < 16; ++i ) {
+      begin[i] = static_cast< std::uint8_t >( begin[i] + begin[i - 1] );
    }
-   for ( unsigned i = 0; i < n; ++i ) { sorted[place[unsorted[i] >> 58]++] = unsorted[i]; }
-   bool ties = false;
+   for ( unsigned i = 0; i < n; ++i ) { sorted[begin[unsorted[i] >> 60]++] = unsorted[i]; }
+   bool ties = false; // equal as far as we looked
    for ( unsigned i = 1; i < n; ++i ) {
       const std::uint64_t one = sorted[i];
       unsigned at = i;
       for ( ; at > 0 && sorted[at - 1] > one; --at ) { sorted[at] = sorted[at - 1]; }
       sorted[at] = one;
-      ties |= at > 0 && ( ( sorted[at - 1] ^ one ) & ~kSlotMask ) == 0;
-      ties |= at < i && ( ( sorted[at + 1] ^ one ) & ~kSlotMask ) == 0;
+      ties |= at > 0 && ( ( sorted[at - 1] ^ one ) & ~kEntryMask ) == 0;
+      ties |= at < i && ( ( sorted[at + 1] ^ one ) & ~kEntryMask ) == 0;
    }
-   std::uint8_t * const order = Elements::order( line );
-   for ( unsigned i = 0; i < n; ++i ) {
-      order[i] = static_cast< std::uint8_t >( sorted[i] & kSlotMask );
-   }
-   if ( ties ) [[unlikely]] { // equal as far as we looked
-      std::sort( order, order + n, [&line]( std::uint8_t a, std::uint8_t b ) {
-         return isBefore( Elements::at( line, a )->fwkKey(), Elements::at( line, b )->fwkKey() );
+   const Line before = line;
+   if ( ties ) [[unlikely]] {
+      std::sort( sorted.begin(), sorted.begin() + n, [&]( std::uint64_t a, std::uint64_t b ) {
+         const auto keyOf = [&before]( std::uint64_t i ) -> const K & {
+            return Elements::at( before, i & kEntryMask )->fwkKey();
+         };
+         return isBefore( keyOf( a ), keyOf( b ) );
       } );
    }
-   line.ordered = static_cast< std::uint8_t >( n );
+   line.becomeNothing( before.elements );
+   for ( unsigned i = 0; i < n; ++i ) { line.append( before, sorted[i] & kEntryMask ); }
 }
 
 /// The first hash behind those of a leaf. False: there is none.
@@ -58,47 +59,43 @@ bool HashStore< K, V, Traits >::nextHash( std::uint64_t & hash, unsigned depth )
    return hash != 0;
 }
 
-/// Goes one line further ahead and begins to ask for its memory; `prefetchAhead` goes on with it.
-/// The lines of a leaf lie almost in order, so that those to come are found without a look at them.
+/// Begins to ask for the memory of the leaf behind the one of `hash`; `prefetchAhead` goes on with
+/// it.
 template< class K, class V, class Traits >
-void HashStore< K, V, Traits >::lookAhead( Where & c ) const {
-   if ( c.aheadHash == 0 ) { return; }
-   const Line & line = lineOf( c.aheadHash );
-   prefetch( reinterpret_cast< std::uintptr_t >( &line ) + 4 * sizeof( Line ) );
-   c.ahead = reinterpret_cast< std::uintptr_t >( line.elements );
-   prefetch( c.ahead - 1 ); // the order list
-   prefetch( c.ahead );
-   if ( !nextHash( c.aheadHash, line.depth ) ) { c.aheadHash = 0; }
+void HashStore< K, V, Traits >::lookAhead( Where & c, std::uint64_t hash ) const {
+   const HashLeaf & leaf = *directory_.leafOf( hash );
+   c.ahead = reinterpret_cast< std::uintptr_t >( leaf.elements );
+   if ( !nextHash( hash, leaf.depth ) ) { return; }
+   const HashLeaf & next = *directory_.leafOf( hash );
+   c.ahead = reinterpret_cast< std::uintptr_t >( next.elements );
+   prefetch( reinterpret_cast< std::uintptr_t >( next.lines ) );
+   if ( !nextHash( hash, next.depth ) ) { return; }
+   prefetch( reinterpret_cast< std::uintptr_t >( directory_.leafOf( hash ) ) );
 }
 
 template< class K, class V, class Traits >
-void HashStore< K, V, Traits >::standIn( Where & c, Line & line, unsigned position,
+void HashStore< K, V, Traits >::standIn( Where & c, Line & line, unsigned entry,
                                          std::uint64_t hash ) const {
-   const bool goesOn = c.aheadHash != 0;
+   const bool isSameLeaf =
+      c.leaf && static_cast< const Line * >( c.leaf )->elements == line.elements;
    c.leaf = &line;
-   c.at = static_cast< int >( position );
-   c.node = Elements::at( line, Elements::order( line )[position] );
-   if ( !goesOn ) { // a walk begins, or ends
-      c.aheadHash = nextHash( hash, line.depth ) ? hash : 0;
-      for ( unsigned i = 1; i < kLinesAhead; ++i ) { lookAhead( c ); }
-   }
-   lookAhead( c );
+   c.at = static_cast< int >( entry );
+   c.node = Elements::at( line, entry );
+   if ( !isSameLeaf ) { lookAhead( c, hash ); }
 }
 
 template< class K, class V, class Traits >
 void HashStore< K, V, Traits >::enterFrom( Where & c, std::uint64_t hash ) const {
    for ( ;; ) {
       Line & line = lineOf( hash );
-      if ( line.isTree ) {
+      if ( line.state == Line::isTree ) {
          c.node = &*Tree::of( line ).elements.begin();
          c.leaf = nullptr;
          return;
       }
       if ( line.count != 0 ) {
-         if ( line.ordered == Line::kUnsorted ) { sort( line ); }
-         unsigned position = 0;
-         while ( !line.isLive( Elements::order( line )[position] ) ) { ++position; }
-         standIn( c, line, position, hash );
+         if ( line.state == Line::isUnsorted ) { sort( line ); }
+         standIn( c, line, static_cast< unsigned >( std::countr_zero( line.live ) ), hash );
          return;
       }
       if ( !nextHash( hash, line.depth ) ) {
@@ -125,7 +122,7 @@ template< bool behind, class P >
 void HashStore< K, V, Traits >::seek( Where & c, const P & key ) const {
    const std::uint64_t hash = hashOf( key );
    Line & line = lineOf( hash );
-   if ( line.isTree ) {
+   if ( line.state == Line::isTree ) {
       const Tree & tree = Tree::of( line );
       const auto & elements = tree.elements;
       const auto at = tree.hash > hash   ? elements.begin()
@@ -138,15 +135,12 @@ void HashStore< K, V, Traits >::seek( Where & c, const P & key ) const {
          return;
       }
    } else if ( line.count != 0 ) {
-      if ( line.ordered == Line::kUnsorted ) { sort( line ); }
-      // Deleted elements are still in the order list, but have no key to compare.
-      std::array< std::uint8_t, Line::kSlots > positions;
-      auto end = positions.begin();
-      for ( std::uint8_t i = 0; i < line.ordered; ++i ) {
-         if ( line.isLive( Elements::order( line )[i] ) ) { *end++ = i; }
-      }
-      const auto at = std::partition_point( positions.begin(), end, [&]( std::uint8_t i ) {
-         const auto & other = Elements::at( line, Elements::order( line )[i] )->fwkKey();
+      if ( line.state == Line::isUnsorted ) { sort( line ); }
+      std::array< std::uint8_t, Line::kEntries > entries;
+      auto end = entries.begin();
+      line.eachLive( [&end]( unsigned entry ) { *end++ = static_cast< std::uint8_t >( entry ); } );
+      const auto at = std::partition_point( entries.begin(), end, [&]( std::uint8_t entry ) {
+         const auto & other = Elements::at( line, entry )->fwkKey();
          const std::uint64_t otherHash = hashOf( other );
          if ( otherHash != hash ) { return otherHash < hash; }
          const auto compared = Traits::order( other, key );

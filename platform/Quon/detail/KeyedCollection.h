@@ -313,7 +313,7 @@ class KeyedCollection {
    }
 
    /// Gives `lost` to the iterators that stand on it. It is moved from.
-   void park( Node & lost ) const {
+   [[gnu::noinline]] void park( Node & lost ) const {
       if constexpr ( nodesAreCopies ) { return; }
       Iterator * first = nullptr;
       eachIterator( [&]( Iterator & i ) {
