@@ -60,7 +60,7 @@ void perform( ModelledCollection< Types > & both, const Step & step ) {
    case 21:
       return both.advance( a, b % 100 );
    case 22:
-      return both.delCurrent( a );
+      return b % 2 == 0 ? both.delCurrent( a ) : both.delAt( a );
    case 23:
       return b % 8 == 0 ? both.destroy() : both.drainFrom( a, b % 200 );
    }

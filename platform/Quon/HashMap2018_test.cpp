@@ -132,6 +132,43 @@ TYPED_TEST( KeyedCollection, IsEmptiedByAWalkThatDeletesAsItGoes ) {
    EXPECT_TRUE( this->collection.empty() );
 }
 
+TYPED_TEST( KeyedCollection, IsEmptiedByAWalkThatDeletesWhereItStands ) {
+   this->insertMany();
+   const auto staying = this->collection.iterator();
+   const auto first = staying.key();
+   unsigned visited = 0;
+   for ( auto i = this->collection.iterator(); i; ) {
+      const auto key = i.key();
+      this->collection.deleteAt( i );
+      EXPECT_FALSE( this->collection.lookup( key ) );
+      EXPECT_TRUE( !i || this->collection.isBefore( key, i.key() ) );
+      ++visited;
+   }
+   EXPECT_EQ( visited, this->kMany );
+   EXPECT_TRUE( this->collection.empty() );
+   EXPECT_TRUE( staying.key() == first );
+}
+
+TYPED_TEST( KeyedCollection, DeletingWhereAnIteratorStandsIsDeletingItsKeyWhateverWasDoneToThat ) {
+   this->insertMany( 100 );
+   auto i = this->collection.iterator();
+   const auto version = [this] { return this->collection.version(); };
+   this->collection.deleteMember( typename TestFixture::Key( i.key() ) );
+   auto before = version();
+   this->collection.deleteAt( i ); // gone already
+   EXPECT_EQ( version(), before );
+   const auto key = i.key();
+   this->collection.deleteMember( key );
+   for ( unsigned n = 0; n < 100; ++n ) { this->insert( n ); } // back again
+   this->collection.deleteAt( i );
+   EXPECT_FALSE( this->collection.lookup( key ) );
+   while ( i ) { i.advance(); }
+   before = version();
+   this->collection.deleteAt( i );
+   EXPECT_EQ( version(), before );
+   EXPECT_EQ( this->collection.size(), 99u );
+}
+
 TYPED_TEST( KeyedCollection, AWalkMissesNothingWhileTheCollectionGrowsUnderIt ) {
    this->insertMany( 100 );
    auto seen = this->keys( 0, 0 );
@@ -314,6 +351,26 @@ TEST( HashMap2018, NewMemberReturnsTheElementOrADefaultOne ) {
    map.newMember( 1 ).value() = "one";
    EXPECT_EQ( map.newMember( 1 ).value(), "one" );
    EXPECT_EQ( map.size(), 1u );
+}
+
+TEST( HashMap2018, NewMemberMakesAValueOnlyWhereTheKeyIsAbsent ) {
+   Records::Collection hashed;
+   DenseRecords::Collection dense;
+   const auto check = []( auto & records, const auto & key, const auto & value ) {
+      int made = 0;
+      const auto make = [&] {
+         ++made;
+         return value;
+      };
+      const auto first = records.newMember( key, make );
+      EXPECT_TRUE( first.inserted );
+      EXPECT_TRUE( first.node->value() == value );
+      EXPECT_FALSE( records.newMember( key, make ).inserted );
+      EXPECT_EQ( made, 1 );
+      EXPECT_EQ( records.version(), 1u );
+   };
+   check( hashed, Records::key( 1 ), Records::value( 1, 0 ) );
+   check( dense, DenseRecords::key( 1 ), DenseRecords::value( 1, 0 ) );
 }
 
 TEST( HashMap2018, LooksUpTextWithoutBuildingAKey ) {

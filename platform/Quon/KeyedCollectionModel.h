@@ -179,6 +179,18 @@ class ModelledCollection {
       Walk * const walk = pick( i );
       if ( walk && walk->at ) { del( Key( *walk->at ) ); }
    }
+   void delAt( unsigned i ) {
+      Walk * const walk = pick( i );
+      if ( !walk ) { return; }
+      if ( walk->at ) {
+         const Key key = *walk->at;
+         walk->at = stand( model_.upper_bound( key ) );
+         walk->parked.reset();
+         eraseModel( model_.lower_bound( key ), model_.upper_bound( key ) );
+      }
+      real_->deleteAt( walk->real );
+      check( *walk );
+   }
    void drainFrom( unsigned i, unsigned steps ) {
       for ( ; steps > 0; --steps ) {
          delCurrent( i );

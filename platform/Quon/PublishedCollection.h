@@ -4,6 +4,7 @@
 #include <type_traits>
 
 #include "Lumo/Ptr.h"
+#include "Lumo/ScopeExit.h"
 #include "Quon/Entity.h"
 #include "Quon/HashMap2018.h"
 
@@ -57,11 +58,21 @@ class PublishedValues {
       if ( previous ) { publish( told, &*previous, nullptr ); }
    }
 
+   /// The same for the member that `at` stands on; `at` then advances, also if a subscriber throws.
+   void memberDel( typename Members::Iterator & at ) {
+      if ( !owner_.publisher()->hasSubscribers() ) {
+         members_.deleteAt( at );
+         return;
+      }
+      const auto advancing = Lumo::onScopeExit( [&at] { at.advance(); } );
+      memberDel( at.key() );
+   }
+
    /// Deletes and tells one after the other, in the collection's order. What a subscriber adds
    /// meanwhile is deleted too if its turn is still to come.
    void memberDelAll() {
       const Lumo::Ptr< const PublishingEntity > self( &owner_ );
-      for ( auto at = members_.iterator(); at; at.advance() ) { memberDel( at.key() ); }
+      for ( auto at = members_.iterator(); at; ) { memberDel( at ); }
    }
 
  private:

@@ -222,6 +222,49 @@ TEST_F( PublishedCollectionTest, DeletingAllGoesOnWhenASubscriberLetsGoOfTheOwne
    EXPECT_EQ( Shelf::living, 0 );
 }
 
+TEST_F( PublishedCollectionTest, AWalkDeletesWhereItStandsAndTellsIt ) {
+   putAll();
+   std::vector< std::string > expected;
+   for ( auto at = shelf->items.members().iterator(); at; shelf->items.memberDel( at ) ) {
+      expected.push_back( line( at.key(), "" ) + std::to_string( at.value()->number ) +
+                          " to nothing" );
+   }
+   EXPECT_EQ( watcher.told, expected );
+   EXPECT_EQ( size(), 0U );
+}
+
+TEST_F( PublishedCollectionTest, AWalkThatDeletesWhereItStandsGoesOnBehindASubscriberThatThrows ) {
+   putAll();
+   watcher.mischief = []( const Lumo::String & ) { throw std::runtime_error( "subscriber" ); };
+   int thrown = 0;
+   for ( auto at = shelf->items.members().iterator(); at; ++thrown ) {
+      EXPECT_THROW( shelf->items.memberDel( at ), std::runtime_error );
+   }
+   EXPECT_EQ( thrown, 3 );
+   EXPECT_EQ( size(), 0U );
+}
+
+TEST_F( PublishedCollectionTest, NobodyNeedListenToAWalkThatDeletesWhereItStands ) {
+   const auto unseen = Lumo::makeNode< Shelf >();
+   for ( const auto & key : { kA, kB, kC } ) { unseen->items.memberIs( key, item( 1 ) ); }
+   int left = 3;
+   for ( auto at = unseen->items.members().iterator(); at; ) {
+      unseen->items.memberDel( at );
+      EXPECT_EQ( Item::living, --left );
+   }
+   EXPECT_EQ( left, 0 );
+}
+
+TEST_F( PublishedCollectionTest, ASubscriberMayLetGoOfTheOwnerDuringAWalkThatDeletes ) {
+   putAll();
+   watcher.mischief = [this]( const Lumo::String & ) { shelf = nullptr; };
+   auto at = shelf->items.members().iterator();
+   shelf->items.memberDel( at );
+   EXPECT_FALSE( at );
+   EXPECT_EQ( Shelf::living, 0 );
+   EXPECT_EQ( watcher.told.size(), 1U );
+}
+
 TEST_F( PublishedCollectionTest, AKeyPutBackWhileAllAreDeletedStays ) {
    putAll();
    watcher.mischief = [this]( const Lumo::String & key ) {

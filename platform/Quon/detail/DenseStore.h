@@ -230,13 +230,10 @@ class DenseStore {
    }
    /// Its place; null if the blocks above are missing.
    Word * presentWordFor( std::uint64_t key ) {
-      if ( !covers( key ) ) { return nullptr; }
+      if ( !covers( key ) || ( height_ > 0 && !root_ ) ) { return nullptr; }
       Word * word = &root_;
-      for ( unsigned level = height_; level > 0; --level ) {
-         Inner * const block = innerOf( *word );
-         const unsigned slot = slotOf( key, level );
-         if ( !block || !block->has( slot ) ) { return nullptr; }
-         word = &block->at( slot );
+      for ( unsigned level = height_; level > 0 && word; --level ) {
+         word = innerOf( *word )->find( slotOf( key, level ) );
       }
       return word;
    }

@@ -13,12 +13,17 @@ namespace Quon::detail {
 template< class Traits >
 concept KeyTakenFromValue = requires { typename Traits::KeyFunktor; };
 
+/// Says that a value is not given but made.
+struct MadeInPlace {};
+
 /// Key and value side by side.
 template< class Key, class Value, class Traits >
 class Element {
  public:
    template< class V >
    Element( const Key & key, V && value ) : key_( key ), value_( std::forward< V >( value ) ) {}
+   template< class Make >
+   Element( const Key & key, MadeInPlace, const Make & make ) : key_( key ), value_( make() ) {}
 
    const Key & fwkKey() const { return key_; }
    const Value & value() const { return value_; }
@@ -57,6 +62,8 @@ class Element< Key, Value, Traits > {
 
    template< class V >
    Element( const Key &, V && value ) : value_( std::forward< V >( value ) ) {}
+   template< class Make >
+   Element( const Key &, MadeInPlace, const Make & make ) : value_( make() ) {}
 
    const Key & fwkKey() const { return KeyFunktor()( value_ ); }
    const Value & value() const { return value_; }

@@ -105,6 +105,21 @@ class KeyedCollection {
       return { node, inserted };
    }
 
+   /// The element under `key`, inserted with the value that `make()` makes if it was absent.
+   template< class Make >
+   MemberIs< NodePtr > newMember( const Key & key, const Make & make )
+      requires( hasValue && std::is_same_v< std::invoke_result_t< const Make & >, Value > )
+   {
+      changing();
+      const auto [node, inserted] = store_.insert( key, iterators_, [&] {
+         Node fresh( key, MadeInPlace(), make );
+         Node::checkKey( key, std::as_const( fresh ).value() );
+         return fresh;
+      } );
+      version_ += inserted;
+      return { node, inserted };
+   }
+
    /// Inserts `key` with `value`, or replaces the value that it had.
    template< class V = Value >
    MemberIs< NodePtr > memberIs( const Key & key, std::type_identity_t< V > value )
@@ -186,6 +201,16 @@ class KeyedCollection {
          store_.erase( place, iterators_ );
       }
       return true;
+   }
+
+   /// Deletes the element that `at` stands on, if it is there, and has `at` advance: nothing of the
+   /// element is kept for it. At the end it does nothing.
+   void deleteAt( Iterator & at ) {
+      LUMO_DEBUG_ASSERT( !at || at.hashMap_ == this );
+      if ( !at ) { return; }
+      const Key key = at.key();
+      at.advance();
+      deleteMember( key );
    }
 
    /// Deletes the element under `key` and hands back its value, or nothing.

@@ -43,21 +43,31 @@ class alignas( 16 ) SparseBlock {
    bool has( unsigned slot ) const { return mask_ >> slot & 1; }
    /// The item of a slot that is taken.
    T & at( unsigned slot ) {
-      return isDirect() ? directItems()[slot] : items()[positionOf( slot )];
+      return isDirect() ? directItems()[slot] : listedItems()[positionOf( slot )];
    }
 
-   /// The number in `slot`, 0 if it is free.
+   /// The number in `slot`, 0 if it is free. Those that are kept are not 0.
    T valueAt( unsigned slot )
       requires( std::is_integral_v< T > )
    {
-      if ( isDirect() ) [[likely]] { return directItems()[slot]; }
-      return has( slot ) ? at( slot ) : 0;
+      T * const place = find( slot );
+      return place ? *place : 0;
+   }
+   /// Its place; null if the slot is free.
+   T * find( unsigned slot )
+      requires( std::is_integral_v< T > )
+   {
+      if ( isDirect() ) [[likely]] {
+         T * const place = directItems() + slot;
+         return *place != 0 ? place : nullptr;
+      }
+      return has( slot ) ? &at( slot ) : nullptr;
    }
 
    /// Memory for the item of a free slot, which is `taken` when it is there; null if there is none.
    T * placeFor( unsigned slot ) {
-      if ( isDirect() ) { return items() + slot; }
-      return count_ < capacity_ ? items() + count_ : nullptr;
+      if ( isDirect() ) { return directItems() + slot; }
+      return count_ < capacity_ ? listedItems() + count_ : nullptr;
    }
    void taken( unsigned slot ) {
       mask_ |= std::uint64_t{ 1 } << slot;
@@ -125,31 +135,29 @@ class alignas( 16 ) SparseBlock {
 
    bool isDirect() const { return capacity_ == 64; }
    std::uint8_t * slots() { return reinterpret_cast< std::uint8_t * >( this + 1 ); }
-   T * items() { return reinterpret_cast< T * >( slots() + slotBytes_ ); }
+   T * items() { return isDirect() ? directItems() : listedItems(); }
    T * directItems() { return reinterpret_cast< T * >( this + 1 ); }
+   T * listedItems() { return reinterpret_cast< T * >( slots() + kListed ); }
 
    /// Of a slot that is taken, in a block that lists them. Entries beyond the count match nothing:
    /// only the position found first can be that of a live item.
    unsigned positionOf( unsigned slot ) {
-      const auto wanted = static_cast< std::uint8_t >( slot );
-      std::uint64_t found = matchBytes16( slots(), wanted );
-      if ( slotBytes_ > 16 ) { found |= matchBytes16( slots() + 16, wanted ) << 16; }
-      return static_cast< unsigned >( std::countr_zero( found ) );
+      return static_cast< unsigned >(
+         std::countr_zero( matchBytes16( slots(), static_cast< std::uint8_t >( slot ) ) ) );
    }
 
    static unsigned capacityFor( unsigned wanted ) {
-      for ( const unsigned capacity : { 1u, 4u, 16u, 32u } ) {
+      for ( const unsigned capacity : { 1u, 4u, kListed } ) {
          if ( wanted <= capacity ) { return capacity; }
       }
       return 64;
    }
    static SparseBlock * create( unsigned capacity ) {
-      const unsigned slotBytes = capacity == 64 ? 0 : capacity <= 16 ? 16 : 32;
+      const unsigned slotBytes = capacity == 64 ? 0 : kListed;
       void * const memory =
          ::operator new( sizeof( SparseBlock ) + slotBytes + capacity * sizeof( T ) );
       SparseBlock * const block = new ( memory ) SparseBlock;
       block->capacity_ = static_cast< std::uint8_t >( capacity );
-      block->slotBytes_ = static_cast< std::uint8_t >( slotBytes );
       std::memset( block->slots(), kNoSlot, slotBytes );
       if constexpr ( kZeroIsNone ) {
          if ( block->isDirect() ) { std::fill_n( block->items(), 64, T{ 0 } ); }
@@ -185,11 +193,11 @@ class alignas( 16 ) SparseBlock {
    }
 
    static constexpr std::uint8_t kNoSlot = 255;
+   static constexpr unsigned kListed = 16; ///< More are not listed: there is room for all then.
 
    std::uint64_t mask_ = 0;
    std::uint8_t count_ = 0; ///< Bits set in the mask.
    std::uint8_t capacity_ = 0;
-   std::uint8_t slotBytes_ = 0; ///< Length of the list of slots.
 };
 
 } // namespace Quon::detail
