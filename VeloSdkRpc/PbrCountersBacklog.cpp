@@ -1,5 +1,7 @@
 #include "VeloSdkRpc/PbrCountersBacklog.h"
 
+#include "VeloSdkRpc/detail/ShortKeyMemo.h"
+
 namespace VeloSdkRpc {
 namespace {
 
@@ -36,20 +38,45 @@ void PbrCountersBacklog::backlogIs( const PbrCounters & c ) {
       publisher()->publishChangeRecursive( kBacklog, &key, nullptr, false, &c );
    } else if ( entry->value() != c ) {
       const PbrCounters old = entry->value();
+      ++withdrawals_;
       backlog_.update( key, c );
       publisher()->publishChangeRecursive( kBacklog, &key, &old, false, &c );
+   }
+}
+
+void PbrCountersBacklog::backlogIs( detail::ShortKeyMemo & memo,
+                                    const PbrCountersKeyProbe & longKey,
+                                    const PbrCounters::Data & counters ) {
+   const std::uint64_t key = memo.shortKey();
+   const auto record = [&] {
+      return PbrCounters( key, PbrCountersKey( longKey.policyKey, longKey.name, {} ), counters,
+                          false );
+   };
+   const auto [entry, inserted] = backlog_.newMember( key, record );
+   const PbrCounters & pending = entry->value();
+   if ( inserted ) {
+      memo.rememberPending( *this );
+      const PbrCounters told = pending; // A subscriber may withdraw it.
+      publisher()->publishChangeRecursive( kBacklog, &key, nullptr, false, &told );
+   } else if ( pending.data() == counters && !pending.deletedKey() &&
+               pending.longKey() == longKey ) {
+      memo.rememberPending( *this );
+   } else {
+      backlogIs( record() );
    }
 }
 
 PbrCounters PbrCountersBacklog::backlogDel( std::uint64_t shortKey ) {
    std::optional< PbrCounters > removed = backlog_.takeMember( shortKey );
    if ( !removed ) { return {}; }
+   ++withdrawals_;
    publisher()->publishChangeRecursive( kBacklog, &shortKey, &*removed );
    return *std::move( removed );
 }
 
 void PbrCountersBacklog::backlogDelAll() {
    if ( !publisher()->hasSubscribers() ) {
+      ++withdrawals_;
       backlog_.memberDelAll();
       return;
    }
@@ -84,6 +111,7 @@ void PbrCountersBacklog::processItem( std::uint64_t, const PbrCounters & c ) {
 
 void PbrCountersBacklog::process( const Lumo::Ptr< Oru::Task > & task ) {
    LUMO_TRACE( trace(), 8, "process" );
+   ++withdrawals_; // All of them, for the length of the run.
    if ( !frontend_ ) {
       backlog_.memberDelAll();
       return;

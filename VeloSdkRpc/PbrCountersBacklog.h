@@ -13,6 +13,9 @@
 #include "VeloSdkRpc/detail/ProcessBacklog.h"
 
 namespace VeloSdkRpc {
+namespace detail {
+class ShortKeyMemo;
+}
 
 /// Pending records, at most one per short key, always the newest; and how they are drained.
 ///
@@ -52,6 +55,16 @@ class VELO_SDK_RPC_EXPORT PbrCountersBacklog final : public Quon::PublishingEnti
    /// Files `c` under its own short key, in place of what is pending there. An equal record changes
    /// and publishes nothing. O(1).
    void backlogIs( const PbrCounters & c );
+
+   /// The common change: files the record of `counters` under the short key that `memo` has for
+   /// `longKey`, which is made only if it is not pending already. `memo` is told that it is
+   /// pending, before anybody else is told. O(1).
+   void backlogIs( detail::ShortKeyMemo & memo, const PbrCountersKeyProbe & longKey,
+                   const PbrCounters::Data & counters );
+
+   /// How often records were taken away or replaced. As long as this stands still, a record that
+   /// was pending still is.
+   std::uint64_t withdrawals() const { return withdrawals_; }
 
    /// Removes and returns the record of `shortKey`; a default one, without a word, if there is
    /// none. O(1).
@@ -96,6 +109,7 @@ class VELO_SDK_RPC_EXPORT PbrCountersBacklog final : public Quon::PublishingEnti
    Backlog backlog_;
    Quon::Optional< std::uint64_t > bookmark_;
    std::uint64_t filings_ = 0; ///< How often everything was filed anew.
+   std::uint64_t withdrawals_ = 0;
 };
 
 VELO_SDK_RPC_EXPORT Lumo::Ptr< PbrCountersBacklog >

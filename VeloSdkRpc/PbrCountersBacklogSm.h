@@ -90,19 +90,10 @@ class VELO_SDK_RPC_EXPORT PbrCountersBacklogSm final
    void writeBacklog( std::uint64_t key, const PbrCounters * value );
    /// @}
 
-   /// @name The common event
-   /// Changed counters of a class whose short key `memo` knows, while nothing is reconciled and
-   /// nobody traces. What the rules above make of it is one record; these come to the same.
-   /// @{
-
-   /// Whether just that record is pending, so that the event changes nothing and tells nobody.
-   bool isPending( const PolicyMapKey & policyKey,
-                   const PolicyMap::Counters::CountersData & counters,
-                   const detail::ShortKeyMemo & memo ) const;
-   /// Files that record. False, and nothing is done, if it is another kind of event.
-   bool filedAtOnce( const PolicyMapKey & policyKey, const PbrCounters::Data & counters,
-                     const detail::ShortKeyMemo & memo );
-   /// @}
+   /// Whether changed counters of the class of `memo` are the common event: its short key is known,
+   /// nothing is reconciled and nobody traces. What the rules above make of it then is one record
+   /// in the backlog and nothing else.
+   bool isCommon( const detail::ShortKeyMemo & memo ) const;
 
    /// @name Outputs
    /// @{
@@ -181,8 +172,6 @@ class VELO_SDK_RPC_EXPORT PbrCountersBacklogSm final
                           const void * );
    void novelKeyOutputRun( Lumo::Publisher *, Lumo::Subscriber *, short, const void *,
                            const void * );
-
-   bool isCommon( const detail::ShortKeyMemo & memo ) const;
 
    /// The common shape of the two reconciled outputs' handlers.
    template< class Reconciled, class Collection, class Del, class TaskDel >

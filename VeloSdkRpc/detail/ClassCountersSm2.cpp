@@ -17,26 +17,6 @@ bool PbrCountersBacklogSm::isCommon( const detail::ShortKeyMemo & memo ) const {
           traceHandle().levels() == 0;
 }
 
-bool PbrCountersBacklogSm::isPending( const PolicyMapKey & policyKey,
-                                      const PolicyMap::Counters::CountersData & counters,
-                                      const detail::ShortKeyMemo & memo ) const {
-   if ( !isCommon( memo ) ) { return false; }
-   const PbrCountersBacklog::HN_Backlog * const entry = backlog_->backlog()[memo.shortKey()];
-   if ( !entry ) { return false; }
-   const PbrCounters & pending = entry->value();
-   return pending.data().get() == &counters && !pending.deletedKey() &&
-          pending.longKey() == PbrCountersKeyProbe{ policyKey, counters.name() };
-}
-
-bool PbrCountersBacklogSm::filedAtOnce( const PolicyMapKey & policyKey,
-                                        const PbrCounters::Data & counters,
-                                        const detail::ShortKeyMemo & memo ) {
-   if ( !isCommon( memo ) ) { return false; }
-   backlog_->backlogIs( PbrCounters(
-      memo.shortKey(), PbrCountersKey( policyKey, counters->name(), {} ), counters, false ) );
-   return true;
-}
-
 namespace IlexCode::PbrCountersBacklogSm {
 
 using PolicyMap::Counters::CountersData;
@@ -89,24 +69,22 @@ void ClassCountersSm2::doDeleteAll() {
 
 // Events ------------------------------------------------------------------------------------------
 
-/// Nothing is written then and no reference is taken; and as nobody is called, nothing need be held
-/// as in a reaction.
-bool ClassCountersSm2::recordPending() const {
-   return en() && root()->parent()->isPending( parent()->smKey(), *en(), shortKeyMemo_ );
-}
-
-bool ClassCountersSm2::recordFiledAtOnce() const {
-   return en() && root()->parent()->filedAtOnce( parent()->smKey(), en(), shortKeyMemo_ );
-}
-
 void ClassCountersSm2::handleCountData0Reactor() {
    if ( !attached() ) { return; }
    const Reaction reaction( *this );
-   if ( !recordFiledAtOnce() ) { handleCountData0(); }
+   handleCountData0();
 }
 
+/// Whoever is told of a record may drop any machine: after `backlogIs` comes nothing of this one.
 void ClassCountersSm2::enDispatch( short attributeId, const void * ) {
-   if ( attributeId == CountersData::kCountData && !recordPending() ) { handleCountData0Reactor(); }
+   if ( attributeId != CountersData::kCountData ) { return; }
+   const VeloSdkRpc::PbrCountersBacklogSm & top = *root()->parent();
+   if ( !en() || !top.isCommon( shortKeyMemo_ ) ) {
+      handleCountData0Reactor();
+   } else if ( !shortKeyMemo_.isPending( *top.backlog() ) ) {
+      const InReactor inReactor( *this );
+      top.backlog()->backlogIs( shortKeyMemo_, { parent()->smKey(), en()->name() }, en() );
+   }
 }
 
 } // namespace IlexCode::PbrCountersBacklogSm

@@ -49,9 +49,6 @@ class VELO_SDK_RPC_EXPORT ClassCountersSm2 final : public ClassSm2Base {
    void doDeleteAll();
 
  private:
-   bool recordPending() const;
-   bool recordFiledAtOnce() const;
-
    [[no_unique_address]] detail::ShortKeyMemo shortKeyMemo_;
    detail::InputScanState inputScanState0_ = detail::InputScanState::neverScanned;
 };

@@ -57,27 +57,34 @@ class WatchingSm : public Ivx::Gen::InputStateMachine, private Lumo::Subscriber 
                    "Sm args can only be null if marked as Optional in the SM type declaration" );
    }
 
-   /// For the length of a reaction: this machine, the one that keeps its in-reactor flag (which
-   /// `inReactorOwner` names, in a `Lumo::Ptr` where it is another one) and the top-level one stay,
-   /// whatever the reaction does to their owners, and a scan inside it does not yield.
+   /// For the length of a reaction a scan inside it does not yield. The machine that keeps the flag
+   /// for that stays: `inReactorOwner` names it, in a `Lumo::Ptr` where it is another one.
+   class InReactor {
+    public:
+      explicit InReactor( Derived & machine )
+         : flag_( machine.inReactorOwner() ), outer_( flag_->inReactor() ) {
+         flag_->inReactorIs( true );
+      }
+      ~InReactor() { flag_->inReactorIs( outer_ ); }
+      InReactor( const InReactor & ) = delete;
+      InReactor & operator=( const InReactor & ) = delete;
+
+    private:
+      const decltype( std::declval< Derived & >().inReactorOwner() ) flag_;
+      const bool outer_;
+   };
+
+   /// The same, and this machine and the top-level one stay too, whatever the reaction does to
+   /// their owners.
    class Reaction {
     public:
       explicit Reaction( Derived & machine )
-         : machine_( &machine ),
-           top_( machine.topLevel() ),
-           flag_( machine.inReactorOwner() ),
-           outer_( flag_->inReactor() ) {
-         flag_->inReactorIs( true );
-      }
-      ~Reaction() { flag_->inReactorIs( outer_ ); }
-      Reaction( const Reaction & ) = delete;
-      Reaction & operator=( const Reaction & ) = delete;
+         : machine_( &machine ), top_( machine.topLevel() ), inReactor_( machine ) {}
 
     private:
       const Lumo::Ptr< Derived > machine_;
       const decltype( std::declval< Derived & >().topLevel() ) top_;
-      const decltype( std::declval< Derived & >().inReactorOwner() ) flag_;
-      const bool outer_;
+      const InReactor inReactor_;
    };
 
    Derived * inReactorOwner() { return static_cast< Derived * >( this ); }

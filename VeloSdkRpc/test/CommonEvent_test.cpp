@@ -1,7 +1,10 @@
+#include <functional>
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "VeloSdkRpc/test/BacklogMachineTest.h"
+#include "VeloSdkRpc/test/Consumers.h"
 
 /// The short way of the common event: changed counters of a class whose short key its machine
 /// remembers.
@@ -25,7 +28,20 @@ class ShortKeyMemoTest : public testing::Test {
    }
    bool isGood() const { return memo.isGood( *table ); }
 
+   bool isPending() const { return memo.isPending( *backlog ); }
+   void file( std::uint64_t shortKey, bool deleted = false ) {
+      backlog->backlogIs( PbrCounters( shortKey, a, nullptr, deleted ) );
+   }
+   /// That one of its records is pending is remembered, and then that happens.
+   bool isPendingAfter( const std::function< void() > & what ) {
+      file( 5 );
+      memo.rememberPending( *backlog );
+      what();
+      return isPending();
+   }
+
    const Lumo::Ptr< PbrCountersKeyCompressionTable > table = PbrCountersKeyCompressionTableIs();
+   const Lumo::Ptr< PbrCountersBacklog > backlog = PbrCountersBacklogIs( table );
    const PbrCountersKey a = World::longKey( "p", "A" ), b = World::longKey( "p", "B" );
    ShortKeyMemo memo;
 };
@@ -71,6 +87,48 @@ TEST_F( ShortKeyMemoTest, DeletingAllPairingsMakesItBad ) {
    EXPECT_FALSE( isGood() );
 }
 
+TEST_F( ShortKeyMemoTest, AShortKeyThatDoesNotFitIsNotRemembered ) {
+   for ( const std::uint64_t most : { std::uint64_t{ 1 } << 40, ~std::uint64_t{ 0 } } ) {
+      memo.remember( *table, most );
+      EXPECT_FALSE( isGood() );
+   }
+   memo.remember( *table, ( std::uint64_t{ 1 } << 40 ) - 1 );
+   EXPECT_TRUE( isGood() );
+   EXPECT_EQ( memo.shortKey(), ( std::uint64_t{ 1 } << 40 ) - 1 );
+}
+
+TEST_F( ShortKeyMemoTest, AtFirstNoRecordIsPending ) {
+   EXPECT_FALSE( isPending() );
+   EXPECT_FALSE( ShortKeyMemo().isPending( *PbrCountersBacklogIs( table ) ) );
+}
+
+TEST_F( ShortKeyMemoTest, NewRecordsAndEqualOnesLeaveARecordPending ) {
+   EXPECT_TRUE( isPendingAfter( [&] {
+      file( 5 );
+      file( 6 );
+      backlog->backlogDel( 7 );
+   } ) );
+}
+
+TEST_F( ShortKeyMemoTest, ARecordThatIsWithdrawnOrReplacedMakesItUnsureWhosesoeverItWas ) {
+   backlog->frontendIs( Lumo::makeNode< RecordingConsumer >() );
+   file( 6 );
+   EXPECT_FALSE( isPendingAfter( [&] { backlog->backlogDel( 6 ); } ) );
+   EXPECT_FALSE( isPendingAfter( [&] { backlog->backlogDel( 5 ); } ) );
+   EXPECT_FALSE( isPendingAfter( [&] { file( 5, true ); } ) );
+   EXPECT_FALSE( isPendingAfter( [&] { backlog->backlogDelAll(); } ) );
+   EXPECT_FALSE( isPendingAfter( [&] { backlog->process( nullptr ); } ) );
+   backlog->frontendIs( nullptr );
+   EXPECT_FALSE( isPendingAfter( [&] { backlog->process( nullptr ); } ) );
+}
+
+TEST_F( ShortKeyMemoTest, AnotherShortKeyIsNotThatOfThePendingRecord ) {
+   memo.rememberPending( *backlog );
+   EXPECT_TRUE( isPending() );
+   memo.remember( *table, 6 );
+   EXPECT_FALSE( isPending() );
+}
+
 // What comes of it --------------------------------------------------------------------------------
 
 class CommonEventTest : public BacklogMachineTest {
@@ -91,6 +149,46 @@ TEST_F( CommonEventTest, AnEqualRecordThatIsPendingIsLeftAlone ) {
    tree.count( "p", "A", 3 );
    EXPECT_EQ( heard, 0 );
    EXPECT_EQ( record( 1 ), PbrCounters( 1, longKey( "p", "A" ), counters, false ) );
+}
+
+TEST_F( CommonEventTest, ARecordThatIsWithdrawnWhileItsFilingIsToldIsFiledAgain ) {
+   backlog->backlogDelAll();
+   int withdrawals = 3;
+   const auto withdrawing = onBacklog( [&]( std::uint64_t key, const PbrCounters * filed ) {
+      if ( filed && withdrawals-- > 0 ) {
+         backlog->backlogDel( key );
+         EXPECT_EQ( filed->data(), counters ); // It can be read all the same.
+      }
+   } );
+   for ( const std::uint64_t packets : { 2, 3, 4 } ) {
+      tree.count( "p", "A", packets );
+      EXPECT_FALSE( record( 1 ) );
+   }
+   tree.count( "p", "A", 5 );
+   EXPECT_TRUE( record( 1 ) );
+}
+
+TEST_F( CommonEventTest, WhoeverIsToldOfARecordMayDropTheMachine ) {
+   backlog->backlogDelAll();
+   const auto dropping = onBacklog( [&]( std::uint64_t, const PbrCounters * filed ) {
+      sm = nullptr;
+      EXPECT_EQ( filed->longKey(), longKey( "p", "A" ) );
+   } );
+   tree.count( "p", "A", 2 );
+   EXPECT_TRUE( record( 1 ) );
+   tree.count( "p", "A", 3 );
+   EXPECT_FALSE( sm );
+}
+
+TEST_F( CommonEventTest, AScanWhileARecordIsToldIsPartOfTheReaction ) {
+   backlog->backlogDelAll();
+   std::vector< bool > inReactor;
+   const auto watching = onBacklog( [&]( std::uint64_t, const PbrCounters * ) {
+      inReactor.push_back( sm->rootSm0()->inReactor() );
+   } );
+   tree.count( "p", "A", 2 );
+   EXPECT_THAT( inReactor, ElementsAre( true ) );
+   EXPECT_FALSE( sm->rootSm0()->inReactor() );
 }
 
 TEST_F( CommonEventTest, ARecordThatHasBeenDeliveredIsFiledAgain ) {
