@@ -53,7 +53,7 @@ void bgp_link_weight_mgr::link_weight_resync_complete() {
    detail::deleteWhatWasNotSent(
       resyncMode_, resyncSet_, weights->bgpLinkWeightSdkOverrideEntry(),
       []( Ipnet::IntfId intf ) { return velo::intf_id_t( intf ); },
-      [&weights]( velo::intf_id_t intf ) { weights->bgpLinkWeightSdkOverrideEntryDel( intf ); } );
+      [&weights]( auto & at ) { weights->bgpLinkWeightSdkOverrideEntryDel( at ); } );
 }
 
 } // namespace VeloSdkRpc

@@ -1,5 +1,7 @@
 #include "VeloSdkRpc/FibOverrideMgr.h"
 
+#include <functional>
+
 #include "VeloSdkRpc/detail/ResyncBracket.h"
 
 namespace VeloSdkRpc {
@@ -55,10 +57,8 @@ void fib_override_mgr::via_override_resync_init() {
 void fib_override_mgr::via_override_resync_complete() {
    detail::requireResync( resyncMode_ );
    const auto config = config_;
-   detail::deleteWhatWasNotSent(
-      resyncMode_, resyncSet_, config->viaOverride(),
-      []( const FibOverrideViaMatcher & matcher ) { return matcher; },
-      [&config]( const FibOverrideViaMatcher & matcher ) { config->viaOverrideDel( matcher ); } );
+   detail::deleteWhatWasNotSent( resyncMode_, resyncSet_, config->viaOverride(), std::identity(),
+                                 [&config]( auto & at ) { config->viaOverrideDel( at ); } );
 }
 
 } // namespace VeloSdkRpc

@@ -51,8 +51,8 @@ class ResyncPass {
    bool over_ = false;
 };
 
-/// Calls `del` for every key in `entries` that is not in `sent`, then empties `sent` and leaves the
-/// resync mode. O(entries).
+/// Calls `del( at )`, which deletes where the iterator `at` stands and advances it, for every key
+/// in `entries` that is not in `sent`, then empties `sent` and leaves the resync mode. O(entries).
 ///
 /// Whoever is told of a deletion may call the manager, destroy it, or change `entries`, which the
 /// caller keeps alive. What it sets through the manager enters `sent` and stays; when it completes
@@ -63,10 +63,11 @@ void deleteWhatWasNotSent( bool & resyncMode, Sent & sent, const Entries & entri
                            const KeyFrom & keyFrom, const Delete & del ) {
    FirstException failure;
    const ResyncPass pass( resyncMode );
-   for ( auto at = entries.iterator(); at && !pass.over(); at.advance() ) {
-      const typename Sent::key_type key = keyFrom( at.key() );
-      if ( !sent.contains( key ) ) {
-         failure.guard( [&] { del( key ); } );
+   for ( auto at = entries.iterator(); at && !pass.over(); ) {
+      if ( !sent.empty() && sent.contains( keyFrom( at.key() ) ) ) {
+         at.advance();
+      } else {
+         failure.guard( [&] { del( at ); } );
       }
    }
    if ( !pass.over() ) {

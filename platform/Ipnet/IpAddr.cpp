@@ -38,7 +38,7 @@ IpAddr IpAddr::v4( std::uint32_t number ) {
 
 IpAddr IpAddr::v6( const Bytes & bytes ) { return { Family::v6, bytes }; }
 
-bool IpAddr::isUnspecified() const { return bytes_ == Bytes{}; }
+bool IpAddr::isUnspecified() const { return words() == Words{ 0, 0 }; }
 
 bool IpAddr::isMulticast() const {
    return family_ == Family::v4 ? ( bytes_[0] & 0xf0 ) == 0xe0 : bytes_[0] == 0xff;

@@ -33,6 +33,10 @@ class VELO_PLATFORM_EXPORT BgpLinkWeightSdkOverride final : public Quon::Publish
       entries_.memberIs( intf, entry );
    }
    void bgpLinkWeightSdkOverrideEntryDel( Ipnet::IntfId intf ) { entries_.memberDel( intf ); }
+   /// The one that `at` stands on, which then advances.
+   void bgpLinkWeightSdkOverrideEntryDel( Entries::Members::Iterator & at ) {
+      entries_.memberDel( at );
+   }
    void bgpLinkWeightSdkOverrideEntryDelAll() { entries_.memberDelAll(); }
 
    const Quon::TypeData & typeData() const override;

@@ -52,6 +52,8 @@ class VELO_PLATFORM_EXPORT FibOverrideConfig final : public Quon::PublishingEnti
    void viaOverrideDel( const FibOverrideViaMatcher & matcher ) {
       viaOverrides_.memberDel( matcher );
    }
+   /// The one that `at` stands on, which then advances.
+   void viaOverrideDel( ViaOverrides::Members::Iterator & at ) { viaOverrides_.memberDel( at ); }
    void viaOverrideDelAll() { viaOverrides_.memberDelAll(); }
 
    /// The UCMP weight of vias that have none, see FibOverrideVia; absent: the switch's own.

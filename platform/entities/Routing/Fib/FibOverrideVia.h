@@ -40,7 +40,10 @@ class VELO_PLATFORM_EXPORT FibOverrideVia {
    /// The via that stands in their place. Absent: themselves.
    const OptionalVia & replacement() const { return replacement_; }
 
-   friend bool operator==( const FibOverrideVia &, const FibOverrideVia & ) = default;
+   /// First what differs between two that are compared, one taking the place of the other.
+   friend bool operator==( const FibOverrideVia & a, const FibOverrideVia & b ) {
+      return a.weight_ == b.weight_ && a.replacement_ == b.replacement_ && a.matcher_ == b.matcher_;
+   }
    /// By matcher, weight and replacement; what is absent comes first.
    friend std::strong_ordering operator<=>( const FibOverrideVia &,
                                             const FibOverrideVia & ) = default;
