@@ -61,17 +61,19 @@ void ConnectionGate::close() {
    thread_.join();
 }
 
+void ConnectionGate::hangUp() {
+   for ( const auto & [key, second] : watched_ ) { ::shutdown( *second, SHUT_RDWR ); }
+   watched_.clear();
+   open_ = 0;
+}
+
 void ConnectionGate::run() {
    std::array< epoll_event, 64 > events;
    while ( true ) {
       const int count = ::epoll_wait( *poll_, events.data(), events.size(), -1 );
       for ( int n = 0; n < count; ++n ) {
          const int fd = events[static_cast< std::size_t >( n )].data.fd;
-         if ( fd == *wakeUp_ ) {
-            watched_.clear();
-            open_ = 0;
-            return;
-         }
+         if ( fd == *wakeUp_ ) { return; }
          if ( watched_.count( fd ) > 0 ) {
             forget( fd );
          } else {

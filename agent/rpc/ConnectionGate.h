@@ -5,8 +5,8 @@
 ///                                        ▼                          ╎
 ///                                     closed                  hung up: one less
 ///
-/// The transport owns what it was handed. Of each connection a second descriptor is kept, for the
-/// one purpose of being told when it was hung up, by whichever side.
+/// The transport owns what it was handed. Of each connection a second descriptor is kept, to be
+/// told when it was hung up, by whichever side, and to hang up at the end.
 ///
 /// Owner      the server
 /// Thread     has one of its own, which calls `handOver`; the counts may be read by any
@@ -38,8 +38,11 @@ class ConnectionGate {
    ConnectionGate( const ConnectionGate & ) = delete;
    ConnectionGate & operator=( const ConnectionGate & ) = delete;
 
-   /// Lets nobody in any more. Harmless when repeated.
+   /// Lets nobody in any more; those inside stay. Harmless when repeated.
    void close();
+
+   /// Hangs up on those inside. Only once closed.
+   void hangUp();
 
    std::size_t open() const { return open_; }
    std::uint64_t accepted() const { return accepted_; }
@@ -57,7 +60,8 @@ class ConnectionGate {
    const HandOver handOver_;
    FileDescriptor wakeUp_;
    FileDescriptor poll_;
-   std::map< int, FileDescriptor > watched_; ///< The second descriptors. Of the thread only.
+   std::map< int, FileDescriptor >
+      watched_; ///< The second descriptors; the thread's while it runs.
    std::atomic< std::size_t > open_ = 0;
    std::atomic< std::uint64_t > accepted_ = 0;
    std::atomic< std::uint64_t > refused_ = 0;

@@ -39,6 +39,10 @@ class RpcServer {
    /// calls `done` on a thread of its own. The loop must go on running until then. Once only.
    void shutdown( std::chrono::system_clock::time_point deadline, std::function< void() > done );
 
+   /// Hangs up on clients after a shutdown has begun: those that are connected without a call need
+   /// not notice that it has. Calls still in progress end.
+   void hangUp() { gate_->hangUp(); }
+
    /// The TCP port that it listens at; 0: none.
    std::uint16_t port() const { return port_; }
 

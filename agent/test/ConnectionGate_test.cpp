@@ -134,5 +134,17 @@ TEST_F( ConnectionGateTest, AClosedGateLetsNobodyInAndClosesNobody ) {
    EXPECT_EQ( ::recv( *one, &got, 1, 0 ), 1 );
 }
 
+TEST_F( ConnectionGateTest, AClosedGateCanHangUpOnThoseInside ) {
+   gateFor( 10 );
+   const FileDescriptor one = client();
+   const FileDescriptor two = client();
+   ASSERT_TRUE( handed( 2 ) );
+   gate->close();
+   gate->hangUp();
+   EXPECT_TRUE( closed( one ) );
+   EXPECT_TRUE( closed( two ) );
+   EXPECT_EQ( gate->open(), 0U );
+}
+
 } // namespace
 } // namespace VeloAgent

@@ -40,12 +40,15 @@ def until_serving(on):
     """Also over the end of the agent that the channel was connected to."""
     deadline = time.monotonic() + PATIENCE
     while time.monotonic() < deadline:
+        changes = health_changes(on)
         try:
-            if SERVING in health_changes(on):
+            if SERVING in changes:
                 return
         except grpc.RpcError as error:
             if error.code() != grpc.StatusCode.UNAVAILABLE:
                 raise
+        finally:
+            changes.cancel()
     raise AssertionError("never SERVING")
 
 

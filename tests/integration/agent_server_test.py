@@ -184,8 +184,9 @@ class Limits(Served):
         watching = ("import sys, agent_rpc\n"
                     "for _ in agent_rpc.health_changes(agent_rpc.channel(sys.argv[1])):\n"
                     "   print(flush=True)\n")
-        with subprocess.Popen([sys.executable, "-B", "-c", watching, self.address],
-                              cwd=os.path.dirname(os.path.abspath(__file__)), stdout=subprocess.PIPE) as client:
+        here = os.path.dirname(os.path.abspath(__file__))
+        with subprocess.Popen([sys.executable, "-B", "-c", watching, self.address], cwd=here,
+                              stdout=subprocess.PIPE) as client:
             self.assertEqual(client.stdout.readline(), b"\n")
             client.send_signal(signal.SIGSTOP)
             until_serving(self.channel())
