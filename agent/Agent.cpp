@@ -22,6 +22,7 @@
 #include "agent/stream/PbrDelivery.h"
 #include "agent/stream/StreamTimes.h"
 
+#include <algorithm>
 #include <asio/steady_timer.hpp>
 #include <cstring>
 #include <exception>
@@ -46,6 +47,18 @@ void complain( const std::string & what ) {
 /// pending.
 constexpr std::chrono::seconds kShutdownGrace{ 1 };
 
+/// How often it is looked whether they have all been told.
+constexpr std::chrono::milliseconds kHangUpLook{ 100 };
+
+/// Whether a stream is being sent over RPC.
+bool anyStreams( const WatchingClients & clients ) {
+   const auto streams = []( const auto & entry ) {
+      const ClientReport report = entry.second->report();
+      return report.stream != ClientStream::standardOutput && report.state != ClientState::away;
+   };
+   return std::ranges::any_of( clients.clients(), streams );
+}
+
 class Agent final : public SourceListener {
  public:
    Agent( const Options & options, const StopSignals & stopSignals, int outputFd );
@@ -59,6 +72,8 @@ class Agent final : public SourceListener {
    void startMetrics();
    /// The loop goes on until every call has been answered and every line is written, within a time.
    void end();
+   void endCalls();
+   void hangUpWhenAllAreTold();
    void stopWhenDone();
 
    /// Null if counters come from RPC clients only.
@@ -91,6 +106,7 @@ class Agent final : public SourceListener {
    const std::unique_ptr< Source > source_;
    const std::unique_ptr< Recorder > recorder_;
    asio::steady_timer duration_;
+   asio::steady_timer hangUp_;
 
    WatchingClients clients_;
    PbrDelivery delivery_;
@@ -119,6 +135,7 @@ Agent::Agent( const Options & options, const StopSignals & stopSignals, int outp
      source_( sourceFor( options ) ),
      recorder_( recorderFor( options ) ),
      duration_( loop_.context() ),
+     hangUp_( loop_.context() ),
      delivery_( { .loop = loop_,
                   .scheduler = *scheduler_,
                   .counters = managers_.pbrCounters(),
@@ -204,22 +221,33 @@ void Agent::end() {
    inspection_.readyIs( false );
    serviceManager_.stopping();
    callsEnded_ = !server_;
-   if ( server_ ) {
-      server_->servingIs( false );
-      const auto ended = [this] {
-         callsEnded_ = true;
-         stopWhenDone();
-      };
-      // What the calls have left to say to the loop comes before that.
-      server_->shutdown( std::chrono::system_clock::now() + options_.stream.drainTime +
-                            kShutdownGrace,
-                         [this, ended] { loop_.post( ended ); } );
-   }
+   if ( server_ ) { endCalls(); }
    mplsTimes_.end( options_.stream.drainTime );
    delivery_.end( [this] {
       linesEnded_ = true;
       stopWhenDone();
    } );
+}
+
+void Agent::endCalls() {
+   server_->servingIs( false );
+   const auto ended = [this] {
+      callsEnded_ = true;
+      stopWhenDone();
+   };
+   // What the calls have left to say to the loop comes before that.
+   server_->shutdown( std::chrono::system_clock::now() + options_.stream.drainTime + kShutdownGrace,
+                      [this, ended] { loop_.post( ended ); } );
+   hangUpWhenAllAreTold();
+}
+
+/// Clients without a call need not notice the shutdown, and would hold it up to its deadline.
+void Agent::hangUpWhenAllAreTold() {
+   hangUp_.expires_after( kHangUpLook );
+   hangUp_.async_wait( EventLoop::locked( [this]( const std::error_code & ) {
+      if ( anyStreams( clients_ ) ) { return hangUpWhenAllAreTold(); }
+      server_->hangUp();
+   } ) );
 }
 
 void Agent::stopWhenDone() {

@@ -60,6 +60,7 @@ class AgentOptions {
       declareNftables();
       declareServer();
       declareTls();
+      declareStreams();
       declareObservation();
    }
 
@@ -142,6 +143,23 @@ class AgentOptions {
             tls.clientCa );
    }
 
+   void declareStreams() {
+      parser_.groupIs( "Streams to clients" );
+      StreamOptions & stream = options_.stream;
+      time( "--resume-time", "A stream that broke can be resumed for so long", kMostMilliseconds,
+            stream.resumeTime );
+      time( "--stall-time", "A client that takes nothing for so long is closed", kMostMilliseconds,
+            stream.stallTime );
+      time( "--drain-time", "At the end, clients have so long to take what is pending",
+            kMostMilliseconds, stream.drainTime );
+      limit( "--max-clients", "N", "Streams at a time, with those that may still be resumed", 1,
+             kMostConnections, stream.mostClients );
+      limit( "--undo-records", "N", "How far behind a client can resume, in records", 0,
+             100'000'000, stream.undoRecords );
+      limit( "--records-per-message", "N", "Records of one message, at most", 1, 1'000'000,
+             stream.recordsPerMessage );
+   }
+
    void declareObservation() {
       parser_.groupIs( "Watching over it" );
       parser_.text( "--metrics", "HOST:PORT",
@@ -166,9 +184,11 @@ class AgentOptions {
                       [&target]( std::uint64_t n ) { target = std::chrono::milliseconds( n ); } );
    }
 
+   template< typename Number >
    void limit( const char * name, const char * unit, const std::string & help, std::uint32_t least,
-               std::uint32_t most, std::uint32_t & target ) {
-      parser_.count( name, unit, fmt::format( "{} ({})", help, target ), least, most, target );
+               std::uint32_t most, Number & target ) {
+      parser_.number( name, unit, fmt::format( "{} ({})", help, target ), least, most,
+                      [&target]( std::uint64_t n ) { target = static_cast< Number >( n ); } );
    }
 
    void file( const char * name, const char * help, std::string & target ) {

@@ -108,7 +108,15 @@ TEST( Options, HelpAndVersionAreAnswers ) {
                                  "--max-streams N",
                                  "--max-connections N",
                                  "--keepalive-time MS",
-                                 "--keepalive-timeout MS" } ) {
+                                 "--keepalive-timeout MS",
+                                 "--resume-time MS",
+                                 "--stall-time MS",
+                                 "--drain-time MS",
+                                 "--max-clients N",
+                                 "--undo-records N",
+                                 "--records-per-message N",
+                                 "--metrics HOST:PORT",
+                                 "--record FILE" } ) {
       EXPECT_THAT( help, HasSubstr( option ) );
    }
    EXPECT_THAT( optionsFrom( { "--version" } ).answer.value(), StartsWith( "velo-agent " ) );
@@ -203,6 +211,26 @@ TEST( Options, WhoIsServedCanBeChosen ) {
    EXPECT_EQ( options.rpc.limits.keepaliveTimeout, 500ms );
 }
 
+TEST( Options, WhatStreamsMayCostCanBeChosen ) {
+   const Options options =
+      optionsFrom( { "--resume-time", "1", "--stall-time", "2", "--drain-time", "3",
+                     "--max-clients", "4", "--undo-records", "0", "--records-per-message", "6" } );
+   EXPECT_EQ( options.stream.resumeTime, 1ms );
+   EXPECT_EQ( options.stream.stallTime, 2ms );
+   EXPECT_EQ( options.stream.drainTime, 3ms );
+   EXPECT_EQ( options.stream.mostClients, 4U );
+   EXPECT_EQ( options.stream.undoRecords, 0U );
+   EXPECT_EQ( options.stream.recordsPerMessage, 6U );
+}
+
+TEST( Options, MetricsAndARecordingCanBeAskedFor ) {
+   const Options options = optionsFrom( { "--metrics", "[::1]:9464", "--record", "there" } );
+   EXPECT_EQ( options.metricsAddress, "[::1]:9464" );
+   EXPECT_EQ( options.recordFile, "there" );
+   EXPECT_EQ( complaintAbout( { "--metrics", "unix:/a" } ),
+              "--metrics: \"unix:/a\" is not HOST:PORT, for example 127.0.0.1:9464" );
+}
+
 TEST( Options, AnAddressThatIsNoneIsAnsweredWithTheForms ) {
    EXPECT_EQ( complaintAbout( { "--listen", "/run/a.sock" } ),
               "--listen: \"/run/a.sock\" is not none, unix:PATH or HOST:PORT, for example "
@@ -269,7 +297,7 @@ TEST_F( ConfiguredOptions, EveryOptionOfTheHelpIsKnown ) {
                    StartsWith( file + ":1: --" + name + ": \"\" is not " ) );
       ++seen;
    }
-   EXPECT_GE( seen, 20 );
+   EXPECT_GE( seen, 28 );
 }
 
 TEST_F( ConfiguredOptions, TheCommandLineGoesFirst ) {

@@ -134,6 +134,11 @@ class Health(Served):
         changes.cancel()
         self.assertEqual(agent.wait(), 0)
 
+    def test_a_client_without_a_call_does_not_hold_up_the_end(self):
+        agent, to_it = self.serving("--drain-time", "600000")
+        self.assertEqual(health(to_it), SERVING)
+        self.assertEqual(agent.ends_on(signal.SIGTERM), 0)
+
     def test_the_services_can_be_listed_by_reflection(self):
         _, to_it = self.serving()
         ask = to_it.stream_stream("/grpc.reflection.v1alpha.ServerReflection/ServerReflectionInfo")
