@@ -31,6 +31,13 @@ class Watcher {
       if ( reader_ ) { end(); }
    }
 
+   /// A call that goes on where `before` ended, by its token.
+   Watcher( const std::shared_ptr< grpc::Channel > & channel, const Watcher & before )
+      : Watcher( channel, before.token ) {
+      names = before.names;
+      packets = before.packets;
+   }
+
    /// The next message; false at the end.
    bool reads() {
       if ( !reader_->Read( &message ) ) { return false; }
@@ -107,6 +114,16 @@ class PbrCountersServiceTest : public RpcFixture {
       return call( *stub, &PbrCounters::Stub::Get, request, response );
    }
 
+   /// The client has little room for what it does not read, and does not ask for more of it.
+   std::shared_ptr< grpc::Channel > smallConnection() const {
+      grpc::ChannelArguments arguments;
+      arguments.SetInt( GRPC_ARG_USE_LOCAL_SUBCHANNEL_POOL, 1 );
+      arguments.SetInt( GRPC_ARG_HTTP2_BDP_PROBE, 0 );
+      arguments.SetInt( GRPC_ARG_HTTP2_STREAM_LOOKAHEAD_BYTES, 64 * 1024 );
+      return grpc::CreateCustomChannel( "unix:" + socket(), grpc::InsecureChannelCredentials(),
+                                        arguments );
+   }
+
    /// Time passes, and is noticed, until `condition( streams )` holds.
    template< typename Condition >
    void ticksUntil( Condition condition ) {
@@ -137,11 +154,9 @@ TEST_F( PbrCountersServiceTest, AWatcherResumesWhereItWas ) {
    EXPECT_EQ( before.end().error_code(), StatusCode::CANCELLED );
    count( "class1", 7 );
 
-   Watcher after( connection(), before.token );
+   Watcher after( connection(), before );
    ASSERT_TRUE( after.reads() );
    EXPECT_EQ( after.message.opened().outcome(), Opened::OUTCOME_RESUMED );
-   after.names = before.names;
-   after.packets = before.packets;
    after.until( [&] { return after.packets["class1"] == 7; } );
    EXPECT_EQ( after.message.batch().records_size(), 1 );
    EXPECT_FALSE( after.message.batch().records( 0 ).has_long_key() );
@@ -227,6 +242,43 @@ TEST_F( PbrCountersServiceTest, GetSaysWhatIsWrong ) {
             "long_key: class_name is empty; a name has 1 to 65535 bytes" );
    request.mutable_long_key()->set_class_name( "a\nb" );
    refused( request, StatusCode::NOT_FOUND, "there is no class \"a\\x0ab\" of policy \"web\"" );
+}
+
+/// Clients are stuck when they take nothing for a fifth of a second.
+class ImpatientPbrCountersServiceTest : public PbrCountersServiceTest {
+ protected:
+   ImpatientPbrCountersServiceTest() : PbrCountersServiceTest( { .stallTime = 200ms } ) {}
+};
+
+TEST_F( ImpatientPbrCountersServiceTest, AWatcherThatNeverReadsIsClosedWithAReason ) {
+   // Far more than what this connection takes in without being read from.
+   publish( population( 100'000 ) );
+   Watcher asleep( smallConnection() );
+   ticksUntil( []( PbrStreams & streams ) { return streams.size() == 1; } );
+   Watcher awake( connection() );
+   awake.untilInSync();
+   const auto closed = [this] {
+      return onTheLoop( []( Parts & parts ) {
+         parts.pbrStreams.tick();
+         for ( const auto & [id, client] : parts.clients.clients() ) {
+            if ( client->report().state == ClientState::away ) { return true; }
+         }
+         return false;
+      } );
+   };
+   while ( !closed() ) { std::this_thread::yield(); }
+   const grpc::Status status = asleep.end();
+   EXPECT_EQ( status.error_code(), StatusCode::RESOURCE_EXHAUSTED );
+   EXPECT_THAT( status.error_message(), HasSubstr( "nothing was taken for 200 ms" ) );
+   // Of those who take what they are sent nobody minds.
+   count( "class7", 7 );
+   awake.until( [&] { return awake.packets["class7"] == 7; } );
+
+   Watcher again( connection(), asleep );
+   ASSERT_TRUE( again.reads() );
+   EXPECT_EQ( again.message.opened().outcome(), Opened::OUTCOME_RESUMED );
+   again.untilInSync();
+   EXPECT_EQ( again.packets.size(), 100'000U );
 }
 
 } // namespace
