@@ -1,7 +1,8 @@
 /// The program put together:
 ///
-///    source ──changes──► tree writer ──► mounted tree ──► manager ──► frontend ──lines──► output
-///             (a task, in slices)        policyMap/counters/pbr      (a task, in slices)
+///    source ──changes──► tree writer ──► mounted tree ──► manager ──► fan-out ──lines──► output
+///             (a task, in slices)        policyMap/counters/pbr    │  └───messages──► clients
+///                                                (a task, in slices) (another one)
 ///
 /// The other managers are mounted too (Managers.h).
 ///

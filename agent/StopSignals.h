@@ -1,7 +1,6 @@
 /// SIGINT and SIGTERM as a file descriptor that becomes readable.
 ///
-/// A descriptor rather than a handler, because two places wait for the end: the event loop, and the
-/// output while its reader stands still.
+/// A descriptor rather than a handler, for the event loop waits for descriptors.
 ///
 /// Owner      the agent; made before any thread is, for every thread inherits the blocked signals
 /// Invariant  once readable, the descriptor stays readable: nobody takes the signal out of it

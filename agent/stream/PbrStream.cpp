@@ -88,22 +88,25 @@ void PbrStream::writeOpened() {
 /// worth a message, unless one that began earlier is to be ended.
 void PbrStream::writeBatch( Oru::Task & task ) {
    auto & batch = *call_.message().mutable_batch();
-   const std::size_t most = options_.recordsPerMessage;
+   std::size_t records = 0;
+   std::size_t names = 0;
    const bool begun = keys_.inBatch();
    const bool ends = keys_.tell( [&]( const PbrNews & news ) {
-      append( batch, news );
-      return static_cast< std::size_t >( batch.records_size() ) < most && !task.taskShouldYield();
+      names += append( batch, news );
+      return ++records < options_.recordsPerMessage && names < options_.namesPerMessage &&
+             !task.taskShouldYield();
    } );
-   if ( batch.records_size() == 0 && !( begun && ends ) ) {
+   if ( records == 0 && !( begun && ends ) ) {
       call_.message().Clear();
       return;
    }
    batch.set_end_of_batch( ends );
-   write( static_cast< std::size_t >( batch.records_size() ) );
+   write( records );
 }
 
-void PbrStream::append( velo::rpc::v1::PbrCountersWatchResponse_Batch & batch,
-                        const PbrNews & news ) {
+/// Returns the bytes of the long key, if it has to be told.
+std::size_t PbrStream::append( velo::rpc::v1::PbrCountersWatchResponse_Batch & batch,
+                               const PbrNews & news ) {
    auto & record = *batch.add_records();
    record.set_short_key( news.shortKey );
    if ( news.longKey && ( news.first || form_ == Form::alwaysLongKeys ) ) {
@@ -115,6 +118,7 @@ void PbrStream::append( velo::rpc::v1::PbrCountersWatchResponse_Batch & batch,
       record.set_deleted( true );
    }
    undo_.told( { .shortKey = news.shortKey, .first = news.first, .gone = !news.record } );
+   return record.has_long_key() ? record.long_key().ByteSizeLong() : 0;
 }
 
 void PbrStream::write( std::size_t records ) {

@@ -79,7 +79,8 @@ class PbrStream final : public PbrFollower, public WatchingClient, private Messa
    bool inSyncIsDue() const { return !inSyncAt_ && !keys_.hasNews() && fanout_.complete(); }
    void writeOpened();
    void writeBatch( Oru::Task & task );
-   void append( velo::rpc::v1::PbrCountersWatchResponse_Batch & batch, const PbrNews & news );
+   std::size_t append( velo::rpc::v1::PbrCountersWatchResponse_Batch & batch,
+                       const PbrNews & news );
    void write( std::size_t records = 0 );
    void closeIfTold();
 

@@ -14,10 +14,11 @@ struct StreamOptions {
    std::chrono::milliseconds stallTime{ 30'000 };
    /// At shutdown the clients have so long to take what is pending.
    std::chrono::milliseconds drainTime{ 5'000 };
-   /// How many records a client may come back behind, at eight bytes each. Messages larger than
-   /// that cannot be resumed in front of.
+   /// How many records a client may come back behind, at eight bytes each.
    std::size_t undoRecords = 65'536;
-   std::size_t recordsPerMessage = 1'000;
+   /// A message is complete when it has so many records, or so many bytes of long keys.
+   std::size_t recordsPerMessage = 4'000;
+   std::size_t namesPerMessage = 256 * 1024;
    /// Streams of clients, those included that may still be resumed.
    std::size_t mostClients = 256;
 };

@@ -20,6 +20,7 @@ class PbrStreamResumeTest : public testing::Test, protected StreamWorld {
                .drainTime = 5s,
                .undoRecords = 64,
                .recordsPerMessage = 4,
+               .namesPerMessage = 1'000'000,
                .mostClients = 3 };
    }
    PbrStreamResumeTest() : StreamWorld( smallOptions() ) {

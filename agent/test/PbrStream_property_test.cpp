@@ -154,6 +154,7 @@ class Story {
                                       .drainTime = std::chrono::seconds( 5 ),
                                       .undoRecords = 20,
                                       .recordsPerMessage = 3,
+                                      .namesPerMessage = 1'000,
                                       .mostClients = 5 } };
    std::array< StreamClient, 3 > clients_{ StreamClient( world_.streams ),
                                            StreamClient( world_.streams ),

@@ -277,6 +277,15 @@ TEST_F( PbrStreamTest, WhatIsKeptForASleeperIsBoundedByWhatIsThere ) {
    EXPECT_LE( fanout->latest().size(), 10U );
 }
 
+TEST_F( PbrStreamTest, MessagesStayFarBelowWhatAClientTakesInHoweverLongTheNames ) {
+   for ( int n = 1; n <= 100; ++n ) {
+      tree.addClass( std::string( 60'000, 'p' ), std::string( 60'000, 'c' ) + std::to_string( n ) );
+   }
+   begins();
+   for ( const auto & message : client.log ) { EXPECT_LT( message.ByteSizeLong(), 1024 * 1024U ); }
+   EXPECT_EQ( client.contents(), tree.contents() );
+}
+
 TEST_F( PbrStreamTest, AClassWithoutCountersHasNone ) {
    begins();
    forgetLog();

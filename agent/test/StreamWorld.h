@@ -24,12 +24,12 @@ class StreamWorld {
       mgr.startWatching( fanout );
    }
 
-   /// The loop runs until nothing is left to do, while `clients` take what they are sent.
-   void settle( const std::vector< StreamClient * > & clients = {} ) {
+   /// The loop runs until nothing is left to do, while `takers` take what they are sent.
+   void settle( const std::vector< StreamClient * > & takers = {} ) {
       bool moved = true;
       while ( moved ) {
          moved = loop.runUntilIdle() > 0;
-         for ( StreamClient * const client : clients ) { moved = client->takes() || moved; }
+         for ( StreamClient * const client : takers ) { moved = client->takes() || moved; }
       }
    }
    void settle( StreamClient & client ) { settle( std::vector{ &client } ); }
