@@ -1,5 +1,7 @@
 #include "agent/JsonLineFormat.h"
 
+#include "agent/JsonText.h"
+
 #include <nlohmann/json.hpp>
 
 namespace VeloAgent {
@@ -7,34 +9,6 @@ namespace VeloAgent {
 namespace {
 
 using Json = nlohmann::ordered_json;
-
-std::string lineOf( const Json & object ) {
-   return object.dump( -1, ' ', false, Json::error_handler_t::replace );
-}
-
-/// Asks the library that will print it, so that the two cannot disagree.
-bool isUtf8( std::string_view bytes ) {
-   try {
-      Json( bytes ).dump();
-      return true;
-   } catch ( const Json::type_error & ) { return false; }
-}
-
-std::string hexOf( std::string_view bytes ) {
-   constexpr std::string_view kDigits = "0123456789abcdef";
-   std::string hex;
-   for ( const char byte : bytes ) {
-      const auto value = static_cast< unsigned char >( byte );
-      hex.push_back( kDigits[value >> 4] );
-      hex.push_back( kDigits[value & 15] );
-   }
-   return hex;
-}
-
-void addName( Json & object, const char * key, std::string_view bytes ) {
-   object[key] = bytes;
-   if ( !isUtf8( bytes ) ) { object[std::string( key ) + "_hex"] = hexOf( bytes ); }
-}
 
 } // namespace
 

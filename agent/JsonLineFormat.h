@@ -11,9 +11,7 @@
 /// "long_key" is there when the record asks for it or the key is news to the reader; "data" is null
 /// when there is none.
 ///
-/// Names may hold any bytes, JSON text may not. What is no UTF-8 shows as U+FFFD, and the bytes
-/// themselves follow as hexadecimal digits under the same name with "_hex" after it. So every line
-/// can be parsed, and no two different names look the same.
+/// Names may hold any bytes: agent/JsonText.h says how they are written.
 
 #pragma once
 

@@ -1,8 +1,9 @@
 #include "agent/OptionsParser.h"
 
+#include "agent/NumberText.h"
+
 #include <algorithm>
 #include <cerrno>
-#include <charconv>
 #include <cstring>
 #include <fstream>
 #include <utility>
@@ -12,17 +13,6 @@ namespace VeloAgent {
 namespace {
 
 constexpr const char * kConfig = "--config";
-
-std::uint64_t numberFrom( const std::string & name, const std::string & given, std::uint64_t least,
-                          std::uint64_t most ) {
-   std::uint64_t number = 0;
-   const char * const end = given.data() + given.size();
-   const auto [stop, error] = std::from_chars( given.data(), end, number );
-   if ( error != std::errc() || stop != end || number < least || number > most ) {
-      OptionsParser::refuse( name, given, fmt::format( "a number from {} to {}", least, most ) );
-   }
-   return number;
-}
 
 } // namespace
 
@@ -50,8 +40,11 @@ void OptionsParser::text( const std::string & name, const std::string & value,
 void OptionsParser::number( const std::string & name, const std::string & value,
                             const std::string & help, std::uint64_t least, std::uint64_t most,
                             std::function< void( std::uint64_t ) > take ) {
-   text( name, value, help,
-         [=]( const std::string & given ) { take( numberFrom( name, given, least, most ) ); } );
+   text( name, value, help, [=]( const std::string & given ) {
+      const auto found = numberFrom( given, least, most );
+      if ( !found ) { refuse( name, given, fmt::format( "a number from {} to {}", least, most ) ); }
+      take( *found );
+   } );
 }
 
 void OptionsParser::count( const std::string & name, const std::string & value,

@@ -57,14 +57,19 @@ std::optional< ListenAddress > listenAddressFrom( std::string_view text ) {
 
 std::string textOf( const ListenAddress & address ) { return std::visit( TextOf(), address ); }
 
-ListenAddress defaultListenAddress() {
-   if ( ::access( kSystemDirectory, W_OK | X_OK ) == 0 ) {
-      return UnixAddress{ std::string( kSystemDirectory ) + "/agent.sock" };
-   }
+std::vector< std::string > defaultSockets() {
+   std::vector< std::string > paths = { std::string( kSystemDirectory ) + "/agent.sock" };
    const char * const runtimeDirectory = std::getenv( "XDG_RUNTIME_DIR" );
    if ( runtimeDirectory && *runtimeDirectory != '\0' ) {
-      return UnixAddress{ std::string( runtimeDirectory ) + "/velo-agent.sock" };
+      paths.push_back( std::string( runtimeDirectory ) + "/velo-agent.sock" );
    }
+   return paths;
+}
+
+ListenAddress defaultListenAddress() {
+   const std::vector< std::string > paths = defaultSockets();
+   if ( ::access( kSystemDirectory, W_OK | X_OK ) == 0 ) { return UnixAddress{ paths.front() }; }
+   if ( paths.size() > 1 ) { return UnixAddress{ paths.back() }; }
    return Nowhere();
 }
 

@@ -11,6 +11,7 @@
 #include <string>
 #include <string_view>
 #include <variant>
+#include <vector>
 
 namespace VeloAgent {
 
@@ -42,6 +43,10 @@ std::optional< ListenAddress > listenAddressFrom( std::string_view text );
 
 /// The inverse.
 std::string textOf( const ListenAddress & address );
+
+/// The sockets that an agent may listen at which was told nothing, the first choice first: that of
+/// the system, and if XDG_RUNTIME_DIR names a directory, the one there.
+std::vector< std::string > defaultSockets();
 
 /// Where an agent listens that was told nothing: in /run/velo-agent if that directory is there and
 /// may be written, else in the directory that XDG_RUNTIME_DIR names, else nowhere.

@@ -17,6 +17,7 @@ import grpc
 from agent_process import PATIENCE, Agent, run
 from agent_rpc import (NOT_SERVING, SERVING, channel, failure_of, health, health_changes, unary,
                        until_serving)
+from certificates import for_localhost, self_signed
 
 PROGRAM = None
 
@@ -231,18 +232,9 @@ class Tls(Served):
         directory = tempfile.TemporaryDirectory()
         cls.addClassCleanup(directory.cleanup)
         cls.made = directory.name
-        cls.certificate("server", "-addext", "subjectAltName=DNS:localhost,IP:127.0.0.1")
-        cls.certificate("client")
-        cls.certificate("stranger")
-
-    @classmethod
-    def certificate(cls, name, *options):
-        """A certificate that is its own authority."""
-        subprocess.run(["openssl", "req", "-x509", "-newkey", "ec", "-pkeyopt",
-                        "ec_paramgen_curve:prime256v1", "-nodes", "-days", "2",
-                        "-subj", f"/CN={name}", "-keyout", cls.file(f"{name}.key"),
-                        "-out", cls.file(f"{name}.pem"), *options],
-                       check=True, capture_output=True)
+        for_localhost(cls.made, "server")
+        self_signed(cls.made, "client")
+        self_signed(cls.made, "stranger")
 
     @classmethod
     def file(cls, name):

@@ -1,0 +1,11 @@
+/// veloctl get: the counters of one class.
+
+#pragma once
+
+namespace VeloCtl {
+
+class Commands;
+
+void addGet( Commands & commands );
+
+} // namespace VeloCtl

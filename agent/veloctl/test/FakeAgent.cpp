@@ -1,0 +1,159 @@
+#include "agent/veloctl/test/FakeAgent.h"
+
+#include <cstdlib>
+#include <filesystem>
+#include <grpcpp/generic/async_generic_service.h>
+#include <grpcpp/impl/codegen/proto_utils.h>
+#include <grpcpp/security/server_credentials.h>
+#include <grpcpp/server.h>
+#include <grpcpp/server_builder.h>
+#include <map>
+#include <mutex>
+#include <thread>
+
+namespace VeloCtl {
+
+namespace {
+
+using google::protobuf::Message;
+using Stream = grpc::GenericServerAsyncReaderWriter;
+
+std::string newDirectory() {
+   std::string path = ( std::filesystem::temp_directory_path() / "veloctl-XXXXXX" ).string();
+   if ( !::mkdtemp( path.data() ) ) { throw std::runtime_error( "no directory for a socket" ); }
+   return path;
+}
+
+class Served final : public ServedCall {
+ public:
+   Served( grpc::GenericServerContext & context, Stream & stream, grpc::CompletionQueue & queue )
+      : context_( context ), stream_( stream ), queue_( queue ) {}
+
+   bool receive( Message & into ) override {
+      grpc::ByteBuffer bytes;
+      stream_.Read( &bytes, this );
+      return done() && grpc::SerializationTraits< Message >::Deserialize( &bytes, &into ).ok();
+   }
+
+   bool send( const Message & message ) override {
+      grpc::ByteBuffer bytes;
+      bool own = false;
+      grpc::GenericSerialize< grpc::ProtoBufferWriter, Message >( message, &bytes, &own );
+      stream_.Write( bytes, this );
+      return done();
+   }
+
+   void awaitCancellation() override {
+      while ( !over_ ) { takeOne(); }
+   }
+
+   void finish( const grpc::Status & status ) {
+      stream_.Finish( status, this );
+      done();
+      awaitCancellation();
+   }
+
+ private:
+   /// Whether the operation that was begun went well.
+   bool done() {
+      while ( takeOne() != this ) {}
+      return ok_;
+   }
+
+   void * takeOne() {
+      void * tag = nullptr;
+      queue_.Next( &tag, &ok_ );
+      if ( tag == &context_ ) { over_ = true; }
+      return tag;
+   }
+
+   grpc::GenericServerContext & context_;
+   Stream & stream_;
+   grpc::CompletionQueue & queue_;
+   bool ok_ = false;
+   bool over_ = false;
+};
+
+} // namespace
+
+struct FakeAgent::Server {
+   Server() : directory( newDirectory() ), address( "unix:" + directory + "/agent.sock" ) {
+      grpc::ServerBuilder builder;
+      builder.AddListeningPort( address, grpc::InsecureServerCredentials() );
+      builder.RegisterAsyncGenericService( &service );
+      queue = builder.AddCompletionQueue();
+      server = builder.BuildAndStart();
+      if ( !server ) { throw std::runtime_error( "the fake agent cannot listen" ); }
+      thread = std::thread( [this] { run(); } );
+   }
+
+   ~Server() {
+      {
+         const std::scoped_lock lock( mutex );
+         closing = true;
+      }
+      server->Shutdown( std::chrono::system_clock::now() );
+      thread.join();
+      queue->Shutdown();
+      void * tag = nullptr;
+      bool ok = false;
+      while ( queue->Next( &tag, &ok ) ) {}
+      std::filesystem::remove_all( directory );
+   }
+
+   void run() {
+      while ( serveOne() ) {}
+   }
+
+   bool serveOne() {
+      grpc::GenericServerContext context;
+      Stream stream( &context );
+      context.AsyncNotifyWhenDone( &context );
+      {
+         const std::scoped_lock lock( mutex );
+         if ( closing ) { return false; }
+         service.RequestCall( &context, &stream, queue.get(), queue.get(), this );
+      }
+      void * tag = nullptr;
+      bool ok = false;
+      if ( !queue->Next( &tag, &ok ) || !ok ) { return false; }
+      Served call( context, stream, *queue );
+      call.finish( statusOf( context.method(), call ) );
+      return true;
+   }
+
+   grpc::Status statusOf( const std::string & method, ServedCall & call ) {
+      const auto handler = handlers.find( method );
+      if ( handler == handlers.end() ) {
+         return { grpc::StatusCode::UNIMPLEMENTED, "no handler for " + method };
+      }
+      try {
+         handler->second( call );
+         return grpc::Status::OK;
+      } catch ( const Refusal & refusal ) {
+         return { static_cast< grpc::StatusCode >( refusal.code() ), refusal.what() };
+      }
+   }
+
+   const std::string directory;
+   const std::string address;
+   std::map< std::string, Handler > handlers;
+   grpc::AsyncGenericService service;
+   std::unique_ptr< grpc::ServerCompletionQueue > queue;
+   std::unique_ptr< grpc::Server > server;
+   std::mutex mutex;
+   bool closing = false; ///< Nothing more may be requested.
+   std::thread thread;
+};
+
+FakeAgent::FakeAgent() : server_( std::make_unique< Server >() ) {}
+
+FakeAgent::~FakeAgent() = default;
+
+void FakeAgent::serve( const std::string & method, Handler handler ) {
+   server_->handlers["/velo.rpc.v1." + method] = std::move( handler );
+}
+
+const std::string & FakeAgent::address() const { return server_->address; }
+
+} // namespace VeloCtl
