@@ -8,8 +8,9 @@ root="$( cd "$( dirname "${BASH_SOURCE[0]}" )/.." && pwd -P )"
 cd "$root"
 
 # One compiler cache for all presets; it lives and dies with the build tree. What differs between
-# two presets by a macro that a file never mentions is compiled once.
-export CCACHE_DIR="${CCACHE_DIR:-$root/build/ccache}" CCACHE_NOHASHDIR=1
+# two presets by a macro that a file never mentions is compiled once, and with a cache that is shared
+# by several clones also what is the same in them.
+export CCACHE_DIR="${CCACHE_DIR:-$root/build/ccache}" CCACHE_NOHASHDIR=1 CCACHE_BASEDIR="$root"
 export CMAKE_BUILD_PARALLEL_LEVEL="${CMAKE_BUILD_PARALLEL_LEVEL:-$( nproc )}"
 
 # Standard output belongs to the program that a script runs; what we have to say goes beside it.
