@@ -238,7 +238,7 @@ TEST_F( FibOverrides, AreListedOncePageByPageWhileOthersComeAndGo ) {
 }
 
 TEST_F( FibOverrides, APageOfLargeOnesHasFewer ) {
-   constexpr int kOverrides = 60;
+   constexpr int kOverrides = 25;
    for ( int n = 0; n < kOverrides; ++n ) {
       v1::FibOverride large = weighted( numbered( n ), 1 );
       large.mutable_matcher()->set_vrf( std::string( 60'000, 'x' ) );

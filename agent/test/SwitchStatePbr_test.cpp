@@ -78,8 +78,8 @@ TEST_F( SwitchStatePbr, NamesAreBytesAsTheSwitchHasThem ) {
 }
 
 TEST_F( SwitchStatePbr, BatchesOfManyClientsAreAllApplied ) {
-   constexpr int kClients = 8;
-   constexpr int kBatches = 20;
+   constexpr int kClients = 4;
+   constexpr int kBatches = 10;
    std::vector< std::thread > clients;
    for ( int client = 0; client < kClients; ++client ) {
       clients.emplace_back( [this, client] {
