@@ -1,5 +1,6 @@
 #pragma once
 
+#include <fcntl.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -41,12 +42,16 @@ inline void require( bool asItShouldBe, const std::string & what ) {
 class ServedAgent {
  public:
    ServedAgent() {
-      std::string program = VELO_AGENT, source = "--source", none = "none", listen = "--listen",
-                  format = "--format", quiet = "none";
-      char * arguments[] = { program.data(),  source.data(), none.data(),  listen.data(),
-                             address_.data(), format.data(), quiet.data(), nullptr };
-      require( posix_spawn( &pid_, VELO_AGENT, nullptr, nullptr, arguments, environ ) == 0,
-               "velo-agent cannot be started" );
+      std::string program = VELO_AGENT, source = "--source", none = "none", listen = "--listen";
+      char * arguments[] = { program.data(), source.data(),   none.data(),
+                             listen.data(),  address_.data(), nullptr };
+      posix_spawn_file_actions_t linesToNobody;
+      posix_spawn_file_actions_init( &linesToNobody );
+      posix_spawn_file_actions_addopen( &linesToNobody, STDOUT_FILENO, "/dev/null", O_WRONLY, 0 );
+      const int failed =
+         posix_spawn( &pid_, VELO_AGENT, &linesToNobody, nullptr, arguments, environ );
+      posix_spawn_file_actions_destroy( &linesToNobody );
+      require( failed == 0, "velo-agent cannot be started" );
       const auto deadline = std::chrono::system_clock::now() + std::chrono::seconds( 30 );
       require( connect()->WaitForConnected( deadline ), "velo-agent does not listen" );
    }

@@ -91,6 +91,8 @@ class Agent:
 
     def _follow(self):
         for text in self._process.stdout:
+            if not text.endswith(b"\n"):
+                break  # killed in the middle of a line
             line = json.loads(text)
             with self._changed:
                 self.lines.append(line)

@@ -104,7 +104,7 @@ class Clients(RpcTest):
                     for _ in call:
                         pass
                 self.assertEqual(ended.exception.code(), grpc.StatusCode.RESOURCE_EXHAUSTED)
-                self.assertIn("took nothing", ended.exception.details())
+                self.assertIn("nothing was taken for 300 ms", ended.exception.details())
                 self.still_serves(served, follower)
 
     def test_a_client_that_comes_back_in_time_goes_on_where_it_was(self):
