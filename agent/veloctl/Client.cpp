@@ -34,7 +34,6 @@ std::shared_ptr< grpc::Channel > channelTo( const AgentAddress & address ) {
    arguments.SetMaxReceiveMessageSize( -1 );
    // Whoever goes on trying keeps his own pace.
    arguments.SetInt( GRPC_ARG_INITIAL_RECONNECT_BACKOFF_MS, 50 );
-   arguments.SetInt( GRPC_ARG_MIN_RECONNECT_BACKOFF_MS, 50 );
    arguments.SetInt( GRPC_ARG_MAX_RECONNECT_BACKOFF_MS, 1000 );
    arguments.SetInt( GRPC_ARG_ENABLE_HTTP_PROXY, 0 );
    return grpc::CreateCustomChannel( address.address, credentialsFor( address ), arguments );
