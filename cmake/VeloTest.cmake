@@ -45,6 +45,7 @@ function( velo_configure_test NAME )
    endif()
    set( strictly
       "ASAN_OPTIONS=detect_leaks=1:detect_stack_use_after_return=1:check_initialization_order=1:strict_string_checks=1"
+      "LSAN_OPTIONS=print_suppressions=0:suppressions=${PROJECT_SOURCE_DIR}/tests/support/lsan.supp"
       "UBSAN_OPTIONS=print_stacktrace=1"
       "TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1:suppressions=${PROJECT_SOURCE_DIR}/tests/support/tsan.supp" )
    set_tests_properties( ${NAME} PROPERTIES
