@@ -44,7 +44,7 @@ class SwitchStateService final : public v1::SwitchState::CallbackService {
          [this, request]( const auto & changes ) {
             record( *request );
             for ( const MplsRouteChange & each : changes ) {
-               std::visit( [this]( const auto & change ) { apply( change ); }, each );
+               std::visit( [this]( const auto & change ) { this->apply( change ); }, each );
             }
          } );
    }
