@@ -152,7 +152,7 @@ RC_GTEST_PROP( MplsConversion, WhatIsPublishedIsWhatIsTold, () ) {
    toMessage( route, "spine", told );
    RC_ASSERT( told.label() == set.label() );
    RC_ASSERT( told.nexthop_group_id() == acknowledged.nexthop_group_id() );
-   RC_ASSERT( told.fec_id() >> 56 == 3U );
+   RC_ASSERT( ( told.fec_id() >> 56 ) == 3U );
    RC_ASSERT( told.route_version() == acknowledged.route_version() );
    RC_ASSERT( told.nexthop_group_version() == acknowledged.nexthop_group_version() );
    RC_ASSERT( told.ack() == acknowledged.ack() );
