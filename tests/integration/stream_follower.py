@@ -1,4 +1,4 @@
-"""velo-agent as its clients see it: an agent that serves, and followers of its stream of counters.
+"""An agent that serves, and followers of its stream of counters.
 
 A follower is what a careful consumer would be: it keeps what it was told, resumes with its token and
 notes whatever contradicts the contract of docs/STREAM.md as a fault.
@@ -11,25 +11,19 @@ import time
 
 import grpc
 
+import agent_rpc
 from agent_process import PATIENCE, Agent
 from velo.rpc.v1 import (pbr_counters_pb2, pbr_counters_pb2_grpc, switch_state_pb2,
                          switch_state_pb2_grpc)
 
 Outcome = pbr_counters_pb2.PbrCountersWatchResponse.Opened
 
-# A message that is larger than any of ours.
-CHANNEL_OPTIONS = [("grpc.max_receive_message_length", 64 << 20),
-                   ("grpc.initial_reconnect_backoff_ms", 50),
-                   ("grpc.min_reconnect_backoff_ms", 50),
-                   ("grpc.max_reconnect_backoff_ms", 50)]
-
-
 def wait_for(condition, what):
     """Waits until `condition()` is true; looks often."""
     deadline = time.monotonic() + PATIENCE
     while not condition():
         if time.monotonic() > deadline:
-            raise AssertionError(f"in vain: {what() if callable(what) else what}")
+            raise AssertionError(f"in vain: {what}")
         time.sleep(0.005)
 
 
@@ -42,11 +36,9 @@ class ServedAgent:
         self.address = f"unix:{self.socket}"
         self.agent = Agent(program, "--source", "none", *options, listen=self.address)
         self.published = {}  # (policy, class) -> (packets, bytes)
-        # A channel that found nobody takes its time before it tries again.
-        wait_for(lambda: os.path.exists(self.socket), "the agent listens")
         self.channel = self.connect()
         self._switch = switch_state_pb2_grpc.SwitchStateStub(self.channel)
-        self.until_serving()
+        agent_rpc.until_serving(self.channel)
 
     def __enter__(self):
         return self
@@ -57,22 +49,12 @@ class ServedAgent:
         if self._dir:
             self._dir.cleanup()
 
-    def connect(self):
-        # Every channel with a connection of its own.
-        return grpc.insecure_channel(
-            self.address, CHANNEL_OPTIONS + [("grpc.use_local_subchannel_pool", 1)])
+    def connect(self, **options):
+        """A channel with a connection of its own, for messages of any size."""
+        return agent_rpc.channel(self.address, max_receive_message_length=-1, **options)
 
-    def health(self, channel=None):
-        """What the health service says, or why there is no answer."""
-        check = (channel or self.channel).unary_unary("/grpc.health.v1.Health/Check")
-        try:
-            return {b"\x08\x01": "SERVING", b"\x08\x02": "NOT_SERVING"}[check(b"", timeout=PATIENCE)]
-        except grpc.RpcError as error:
-            return error.code().name
-
-    def until_serving(self):
-        wait_for(lambda: self.health() == "SERVING",
-                 lambda: f"the agent serves: {self.health()}, {self.agent.complaints}")
+    def serves(self, channel=None):
+        return agent_rpc.health(channel or self.channel) == agent_rpc.SERVING
 
     def publish(self, changes):
         """`changes`: (policy, class) -> (packets, bytes), or None to remove it. In their order."""
