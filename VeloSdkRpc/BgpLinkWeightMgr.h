@@ -22,10 +22,9 @@ namespace VeloSdkRpc {
 /// Owner      the agent
 /// Thread     event loop only, after the mounts are complete
 /// Re-entry   who watches the weights may call anything here when told of a change, and destroy
-/// this
-///            object. In the middle of `link_weight_resync_complete` a weight that is set stays, a
-///            new `link_weight_resync_init` counts nothing as sent that was sent before, and a
-///            `link_weight_resync_complete` ends the bracket; one begun after that is another
+///            this object. In the middle of `link_weight_resync_complete` a weight that is set
+///            stays, a new `link_weight_resync_init` counts nothing as sent that was sent before,
+///            and a `link_weight_resync_complete` ends the bracket; one begun after that is another
 /// Invariant  outside of a resync bracket the resync set is empty
 class VELO_SDK_RPC_EXPORT bgp_link_weight_mgr : public velo::mount_handler {
  public:

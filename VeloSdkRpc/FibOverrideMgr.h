@@ -27,10 +27,10 @@ namespace VeloSdkRpc {
 /// Owner      the agent
 /// Thread     event loop only, after the mounts are complete
 /// Re-entry   who watches the configuration may call anything here when told of a change, and
-/// destroy
-///            this object. In the middle of `via_override_resync_complete` a via that is set stays,
-///            a new `via_override_resync_init` counts nothing as sent that was sent before, and a
-///            `via_override_resync_complete` ends the bracket; one begun after that is another
+///            destroy this object. In the middle of `via_override_resync_complete` a via that is
+///            set stays, a new `via_override_resync_init` counts nothing as sent that was sent
+///            before, and a `via_override_resync_complete` ends the bracket; one begun after that
+///            is another
 /// Invariant  outside of a resync bracket the resync set is empty
 class VELO_SDK_RPC_EXPORT fib_override_mgr : public velo::mount_handler {
  public:

@@ -101,7 +101,7 @@ void iterate( benchmark::State & state ) {
    countItems( state, sizeOf( state ) );
 }
 
-/// The first pass after all elements changed: ours has to sort its segments.
+/// The first pass after all elements changed: ours has to sort its lines.
 template< template< class > class Of, class Kind >
 void iterateFirst( benchmark::State & state ) {
    const auto keys = keysFrom< Kind >( 0, sizeOf( state ) );

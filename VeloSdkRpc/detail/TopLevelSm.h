@@ -18,8 +18,7 @@ namespace VeloSdkRpc::detail {
 ///      second pass                       feeds every leaf to the rules
 ///      output handlers                   declare the outputs ready
 ///
-/// `Derived` is the generated class, `Root`, `ScanState` and `Output` are its companions. Derived
-/// has
+/// `Derived` is the generated class; `Root`, `ScanState` and `Output` are its companions. It has
 ///   kName                                   its name
 ///   void assertArguments()                  stops the process on a null output argument
 ///   void outputsBegin()                     between the argument checks and the first pass
@@ -30,9 +29,8 @@ namespace VeloSdkRpc::detail {
 /// Thread     event loop only
 /// Start      Derived calls `handleInitialized` last in its constructor: nothing virtual leaves
 ///            this base
-/// End        Derived calls `reactionsEnd` first in its destructor and then lets go of everything
-/// in
-///            its own order
+/// End        Derived calls `reactionsEnd` first in its destructor and then lets go of everything,
+///            in its own order
 template< class Derived, class Root, class ScanState, class Output >
 class TopLevelSm : public Quon::PublishingEntity {
  public:

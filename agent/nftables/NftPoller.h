@@ -3,8 +3,7 @@
 /// Owner      the reader that calls it at the right times
 /// Thread     any, one at a time
 /// Invariant  a reading that fails changes nothing: the next good one is compared with the last
-/// good
-///            one, so nothing that is known gets lost meanwhile
+///            good one, so nothing that is known gets lost meanwhile
 ///
 /// A table that vanished is no failure: it has no counters any more, so all its policy maps go, and
 /// come back with it.

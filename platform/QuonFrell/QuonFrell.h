@@ -5,7 +5,7 @@
 
 /// QuonFrell: images of the entity runtime's values.
 ///
-/// A value type `T` that can live in a shared-memory entity has a `struct Image` (Frell/Image.h)
+/// A value type `T` that can live in a shared-memory entity has a `struct Image` of Frell/Image.h,
 /// and
 ///
 ///    /// Writes this value over the image at `dst`, which lets go of what it held.
