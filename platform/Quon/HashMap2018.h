@@ -45,8 +45,8 @@ namespace Quon {
 /// - A walk sorts each line's entries when it comes to it, without moving an element, and asks for
 ///   the memory of the leaf to come ahead.
 /// - The elements of a leaf share one room. So the heap is asked, or given back to, once for
-///   hundreds of changes. When an eighth of the room is in use, the elements move to a smaller one, and
-///   small leaves become one: what is left after deletions is about as small as if it had never
+///   hundreds of changes. When an eighth of the room is in use, the elements move to a smaller one,
+///   and small leaves become one: what is left after deletions is about as small as if it had never
 ///   been larger.
 /// - More than 16 keys of one and the same hash go to a balanced tree by key.
 /// - An empty collection is four words; a small one has one line, with as much room as its elements

@@ -5,8 +5,8 @@
 
 /// QuonFrell: images of the entity runtime's values.
 ///
-/// A value type `T` that can live in a shared-memory entity has a `struct Image` of Frell/Image.h,
-/// and
+/// A value type `T` that can live in a shared-memory entity has a `struct Image` (Frell/Image.h)
+/// and these three:
 ///
 ///    /// Writes this value over the image at `dst`, which lets go of what it held.
 ///    void frell_shmemify( void * dst, Frell::Manager * manager ) const;

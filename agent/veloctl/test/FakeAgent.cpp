@@ -122,13 +122,22 @@ struct FakeAgent::Server {
       return true;
    }
 
-   grpc::Status statusOf( const std::string & method, ServedCall & call ) {
+   void serve( const std::string & method, Handler handler ) {
+      const std::scoped_lock lock( mutex );
+      handlers[method] = std::move( handler );
+   }
+
+   Handler handlerOf( const std::string & method ) {
+      const std::scoped_lock lock( mutex );
       const auto handler = handlers.find( method );
-      if ( handler == handlers.end() ) {
-         return { grpc::StatusCode::UNIMPLEMENTED, "no handler for " + method };
-      }
+      return handler == handlers.end() ? nullptr : handler->second;
+   }
+
+   grpc::Status statusOf( const std::string & method, ServedCall & call ) {
+      const Handler handler = handlerOf( method );
+      if ( !handler ) { return { grpc::StatusCode::UNIMPLEMENTED, "no handler for " + method }; }
       try {
-         handler->second( call );
+         handler( call );
          return grpc::Status::OK;
       } catch ( const Refusal & refusal ) {
          return { static_cast< grpc::StatusCode >( refusal.code() ), refusal.what() };
@@ -137,11 +146,11 @@ struct FakeAgent::Server {
 
    const std::string directory;
    const std::string address;
-   std::map< std::string, Handler > handlers;
    grpc::AsyncGenericService service;
    std::unique_ptr< grpc::ServerCompletionQueue > queue;
    std::unique_ptr< grpc::Server > server;
-   std::mutex mutex;
+   std::mutex mutex; ///< Guards the two that follow.
+   std::map< std::string, Handler > handlers;
    bool closing = false; ///< Nothing more may be requested.
    std::thread thread;
 };
@@ -151,7 +160,7 @@ FakeAgent::FakeAgent() : server_( std::make_unique< Server >() ) {}
 FakeAgent::~FakeAgent() = default;
 
 void FakeAgent::serve( const std::string & method, Handler handler ) {
-   server_->handlers["/velo.rpc.v1." + method] = std::move( handler );
+   server_->serve( "/velo.rpc.v1." + method, std::move( handler ) );
 }
 
 const std::string & FakeAgent::address() const { return server_->address; }
