@@ -22,6 +22,7 @@ void PbrDelivery::begin() {
 
 void PbrDelivery::tick() {
    streams_.tick();
+   lines_.finishIfDone();
    ticks_.expires_after( streams_.tickTime() );
    ticks_.async_wait( EventLoop::locked( [this]( const std::error_code & error ) {
       if ( !error ) { tick(); }
@@ -38,6 +39,7 @@ void PbrDelivery::end( std::function< void() > written ) {
    } ) );
    streams_.drain();
    lines_.finish( [this] { linesEnd(); } );
+   tick();
 }
 
 void PbrDelivery::linesEnd() {

@@ -52,8 +52,7 @@ class PbrFanout final : public VeloSdkRpc::PbrCountersFrontend {
    /// As urgent as the task that drains the library's backlog: the two take turns.
    static constexpr Oru::TaskPriority kPriority = 3;
 
-   /// `allDelivered` tells whether everything that exists has been delivered; asked until it once
-   /// says so.
+   /// `allDelivered` tells whether everything that exists has been delivered.
    PbrFanout( const Lumo::Ptr< Oru::TaskScheduler > & scheduler,
               std::function< bool() > allDelivered );
    ~PbrFanout() override;
@@ -63,8 +62,10 @@ class PbrFanout final : public VeloSdkRpc::PbrCountersFrontend {
    void push() override;
 
    const PbrLatest & latest() const { return latest_; }
-   /// Whether `latest` holds all that exists, but for what changes.
+   /// Whether `latest` holds all that exists, or once did and lags behind by changes only.
    bool complete() const;
+   /// Whether `latest` holds all that exists, changes too.
+   bool allDelivered() const { return allDelivered_(); }
 
    /// The keys of a client who begins now.
    PbrClientKeys keysOfNewClient( PbrClientKeys::KeepLongKeys keep ) const {

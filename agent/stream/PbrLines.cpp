@@ -91,8 +91,9 @@ void PbrLines::writtenByNow() {
 }
 
 void PbrLines::finishIfDone() {
-   const bool told = mayFollow_ == 0 || !keys_.hasNews();
-   if ( !done_ || !( output_.error() != 0 || ( told && output_.pending() == 0 ) ) ) { return; }
+   if ( !done_ ) { return; }
+   const bool told = mayFollow_ == 0 || ( !keys_.hasNews() && fanout_.allDelivered() );
+   if ( !( output_.error() != 0 || ( told && output_.pending() == 0 ) ) ) { return; }
    std::exchange( done_, {} )();
 }
 

@@ -29,8 +29,12 @@ class PbrLines final : public PbrFollower, public WatchingClient {
    /// Tells no record after `count` of them, and calls `full` once.
    void maxRecordsAre( std::uint64_t count, std::function< void() > full );
 
-   /// Calls `done` once, when there is nothing to tell and every line is written, or cannot be.
+   /// Calls `done` once, when everything that exists has been told and every line is written, or
+   /// cannot be.
    void finish( std::function< void() > done );
+   /// Looks whether that is so; to be called now and then: what the library had yet to deliver may
+   /// have come to nothing.
+   void finishIfDone();
    /// Tells nothing more. What was told ends like a batch.
    void stop();
 
@@ -43,7 +47,6 @@ class PbrLines final : public PbrFollower, public WatchingClient {
    void tell( const PbrNews & news );
    void endBatch();
    void writtenByNow();
-   void finishIfDone();
 
    PbrFanout & fanout_;
    WatchingClients & clients_;

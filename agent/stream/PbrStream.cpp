@@ -141,7 +141,7 @@ void PbrStream::closeWhenTold() {
 }
 
 void PbrStream::closeIfTold() {
-   if ( call_.writable() && !ready() ) { closeNow(); }
+   if ( call_.writable() && !ready() && fanout_.allDelivered() ) { closeNow(); }
 }
 
 ClientReport PbrStream::report() const {

@@ -62,6 +62,7 @@ void PbrStreams::tick() {
    const PbrStream::Call::Time now = clock_.now();
    std::erase_if( streams_, [&]( const Streams::value_type & entry ) {
       entry.second->closeIfStuck();
+      if ( draining_ ) { entry.second->closeWhenTold(); }
       const auto since = entry.second->awaySince();
       return since && now - *since >= options_.resumeTime;
    } );
@@ -69,6 +70,7 @@ void PbrStreams::tick() {
 
 /// Late by a quarter at most, and never busy with it.
 std::chrono::milliseconds PbrStreams::tickTime() const {
+   if ( draining_ ) { return 10ms; }
    return std::clamp< std::chrono::milliseconds >(
       std::min( options_.resumeTime, options_.stallTime ) / 4, 10ms, 1s );
 }

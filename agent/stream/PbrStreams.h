@@ -27,12 +27,13 @@ class PbrStreams {
    /// A client calls: it gets a new stream or the one that its token is of, or is refused.
    void open( PbrCall & call, const velo::rpc::v1::PbrCountersWatchRequest & request );
 
-   /// What time brings: closes those that are stuck, forgets those away for too long. To be called
-   /// every `tickTime()`. O(streams).
+   /// What time brings: closes those that are stuck or, while draining, told everything; forgets
+   /// those away for too long. To be called every `tickTime()`. O(streams).
    void tick();
    std::chrono::milliseconds tickTime() const;
 
-   /// Every stream is closed once its client was told everything; none is opened any more.
+   /// Every stream is closed once its client was told everything that exists; none is opened any
+   /// more. `tickTime()` is shorter from now on.
    void drain();
    /// Closes those still there.
    void closeNow();

@@ -283,6 +283,26 @@ TEST_F( PbrStreamResumeTest, AShutdownTellsWhatIsPendingAndClosesWithARetryableS
    EXPECT_EQ( client.contents(), tree.contents() );
 }
 
+TEST_F( PbrStreamResumeTest, AShutdownTellsWhatTheLibraryHasYetToDeliver ) {
+   tree.count( "web", "c3", 7 );
+   streams.drain();
+   EXPECT_FALSE( client.call().closed() ) << "the library's task has not run";
+   settle( client );
+   streams.tick();
+   ASSERT_TRUE( client.call().closed() );
+   EXPECT_EQ( client.contents(), tree.contents() );
+}
+
+TEST_F( PbrStreamResumeTest, AShutdownEndsAlsoWhereWhatWasPendingCameToNothing ) {
+   tree.addClass( "web", "passing", 1 );
+   streams.drain();
+   EXPECT_FALSE( client.call().closed() );
+   tree.removeClass( "web", "passing" );
+   settle( client );
+   streams.tick();
+   EXPECT_TRUE( client.call().closed() );
+}
+
 TEST_F( PbrStreamResumeTest, AShutdownDoesNotWaitForSleepersBeyondItsDeadline ) {
    tree.count( "web", "c3", 7 );
    settle();
