@@ -35,10 +35,13 @@ void PbrCountersBacklog::backlogIs( const PbrCounters & c ) {
    const std::uint64_t key = c.shortKey();
    const auto [entry, inserted] = backlog_.newMember( key, c );
    if ( inserted ) {
+      ++account_.arrived;
       publisher()->publishChangeRecursive( kBacklog, &key, nullptr, false, &c );
    } else if ( entry->value() != c ) {
       const PbrCounters old = entry->value();
       ++withdrawals_;
+      ++account_.arrived;
+      ++account_.coalesced;
       backlog_.update( key, c );
       publisher()->publishChangeRecursive( kBacklog, &key, &old, false, &c );
    }
@@ -55,6 +58,7 @@ void PbrCountersBacklog::backlogIs( detail::ShortKeyMemo & memo,
    const auto [entry, inserted] = backlog_.newMember( key, record );
    const PbrCounters & pending = entry->value();
    if ( inserted ) {
+      ++account_.arrived;
       memo.rememberPending( *this );
       const PbrCounters told = pending; // A subscriber may withdraw it.
       publisher()->publishChangeRecursive( kBacklog, &key, nullptr, false, &told );
@@ -70,6 +74,7 @@ PbrCounters PbrCountersBacklog::backlogDel( std::uint64_t shortKey ) {
    std::optional< PbrCounters > removed = backlog_.takeMember( shortKey );
    if ( !removed ) { return {}; }
    ++withdrawals_;
+   ++account_.cancelled;
    publisher()->publishChangeRecursive( kBacklog, &shortKey, &*removed );
    return *std::move( removed );
 }
@@ -77,6 +82,7 @@ PbrCounters PbrCountersBacklog::backlogDel( std::uint64_t shortKey ) {
 void PbrCountersBacklog::backlogDelAll() {
    if ( !publisher()->hasSubscribers() ) {
       ++withdrawals_;
+      account_.cancelled += backlog_.size();
       backlog_.memberDelAll();
       return;
    }
@@ -99,10 +105,15 @@ void PbrCountersBacklog::processItem( std::uint64_t, const PbrCounters & c ) {
       LUMO_TRACE( trace(), 7, "Processing short key {} with flags {}", key, flags );
       if ( flags.encodeLongKey() && flags.deleteKey() ) {
          LUMO_TRACE( trace(), 7, "coalesced a new key and a deleted key: ignoring" );
+         ++account_.cancelled;
          return;
       }
-      if ( !consumer ) { return notTold(); } // Taken away during a run.
+      if ( !consumer ) { // Taken away during a run.
+         ++account_.dropped;
+         return notTold();
+      }
       consumer->appendItem( c, flags );
+      ++account_.delivered;
    } catch ( ... ) {
       notTold();
       throw;
@@ -113,20 +124,43 @@ void PbrCountersBacklog::process( const Lumo::Ptr< Oru::Task > & task ) {
    LUMO_TRACE( trace(), 8, "process" );
    ++withdrawals_; // All of them, for the length of the run.
    if ( !frontend_ ) {
+      account_.dropped += backlog_.size();
       backlog_.memberDelAll();
       return;
    }
    // The frontend may drop whoever holds us or the task.
    const Lumo::Ptr self( this );
    const Lumo::Ptr< Oru::Task > running = task;
+   const std::uint64_t taken = backlog_.size();
+   const auto outdated = [this, filings = filings_] { return filings_ != filings; };
    const QuonLumo::MiBacklogProgress progress = QuonLumo::Impl::_processBacklog(
       backlog_, bookmark_, [&] { return running && running->taskShouldYield(); },
       [this]( std::uint64_t shortKey, const PbrCounters & c ) { processItem( shortKey, c ); },
-      [this, filings = filings_] { return filings_ != filings; },
-      [&]( const QuonLumo::MiBacklogProgress & broken ) { runReported( running, broken ); } );
+      outdated,
+      [&]( const QuonLumo::MiBacklogProgress & broken ) {
+         runAccounted( taken, outdated(), broken );
+         runReported( running, broken );
+      } );
+   runAccounted( taken, outdated(), progress );
    runReported( running, progress );
    if ( const Lumo::Ptr< PbrCountersFrontend > consumer = frontend_ ) { consumer->push(); }
    LUMO_TRACE( trace(), 7, "EnqueueMessages Progress {}", progress );
+}
+
+/// What was left over and has been overtaken by an arrival is gone after the merge. What an
+/// outdated run has not processed is gone as well.
+void PbrCountersBacklog::runAccounted( std::uint64_t taken, bool outdated,
+                                       const QuonLumo::MiBacklogProgress & progress ) {
+   account_.coalesced += progress.remainingCount + progress.arrivedCount - progress.pendingCount;
+   if ( outdated ) {
+      account_.cancelled += taken - progress.processedCount - progress.remainingCount;
+   }
+}
+
+PbrCountersBacklogAccount PbrCountersBacklog::account() const {
+   PbrCountersBacklogAccount now = account_;
+   now.pending = backlog_.size();
+   return now;
 }
 
 void PbrCountersBacklog::runReported( const Lumo::Ptr< Oru::Task > & task,

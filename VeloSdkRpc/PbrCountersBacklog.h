@@ -6,6 +6,7 @@
 #include "Quon/Quon.h"
 #include "VeloSdkRpc/Export.h"
 #include "VeloSdkRpc/detail/PbrCounters.h"
+#include "VeloSdkRpc/detail/PbrCountersBacklogAccount.h"
 #include "VeloSdkRpc/detail/PbrCountersEncodingFlags.h"
 #include "VeloSdkRpc/detail/PbrCountersFrontend.h"
 #include "VeloSdkRpc/detail/PbrCountersKey.h"
@@ -74,6 +75,9 @@ class VELO_SDK_RPC_EXPORT PbrCountersBacklog final : public Quon::PublishingEnti
    /// ends it: the records not yet removed stay.
    void backlogDelAll();
 
+   /// What became of all the records that there ever were. O(1).
+   PbrCountersBacklogAccount account() const;
+
    /// Where the next draining run resumes.
    const Quon::Optional< std::uint64_t > & bookmark() const { return bookmark_; }
 
@@ -103,6 +107,8 @@ class VELO_SDK_RPC_EXPORT PbrCountersBacklog final : public Quon::PublishingEnti
  private:
    void runReported( const Lumo::Ptr< Oru::Task > & task,
                      const QuonLumo::MiBacklogProgress & progress );
+   void runAccounted( std::uint64_t taken, bool outdated,
+                      const QuonLumo::MiBacklogProgress & progress );
 
    const Lumo::Ptr< PbrCountersKeyCompressionTable > shortKeys_;
    Lumo::Ptr< PbrCountersFrontend > frontend_;
@@ -110,6 +116,7 @@ class VELO_SDK_RPC_EXPORT PbrCountersBacklog final : public Quon::PublishingEnti
    Quon::Optional< std::uint64_t > bookmark_;
    std::uint64_t filings_ = 0; ///< How often everything was filed anew.
    std::uint64_t withdrawals_ = 0;
+   PbrCountersBacklogAccount account_; ///< But for `pending`.
 };
 
 VELO_SDK_RPC_EXPORT Lumo::Ptr< PbrCountersBacklog >

@@ -36,6 +36,7 @@ class NaiveBacklog {
       progress = Progress();
       // Everything is taken; what is filed from here on waits.
       Entries taken = std::exchange( pending, Entries() );
+      const std::size_t count = taken.size();
       arrived_ = false;
       bool yielded = false;
       bool again = !taken.empty();
@@ -54,6 +55,7 @@ class NaiveBacklog {
                action( at->first, at->second );
             } catch ( ... ) {
                if ( outdated() ) { // Nothing that was taken is worth keeping.
+                  forgotten += count - progress.processedCount;
                   complete( Entries(), false );
                   throw;
                }
@@ -65,7 +67,10 @@ class NaiveBacklog {
                throw;
             }
             ++progress.processedCount;
-            if ( outdated() ) { return complete( Entries(), false ); }
+            if ( outdated() ) {
+               forgotten += count - progress.processedCount;
+               return complete( Entries(), false );
+            }
          }
          if ( yielded ) {
             bookmark = at->first;
@@ -84,6 +89,8 @@ class NaiveBacklog {
    Entries pending;
    std::optional< Key > bookmark;
    Progress progress;
+   std::size_t forgotten = 0; ///< Taken, and outdated before their turn.
+   std::size_t overtaken = 0; ///< Left over, and replaced by what had arrived.
 
  private:
    void complete( Entries && left, bool yielded ) {
@@ -92,6 +99,7 @@ class NaiveBacklog {
       progress.arrivedCount = static_cast< std::uint32_t >( pending.size() );
       if ( left.empty() && !arrived_ ) { ++progress.passCount; }
       pending.merge( left ); // What arrived wins.
+      overtaken += left.size();
       progress.pendingCount = static_cast< std::uint32_t >( pending.size() );
    }
 

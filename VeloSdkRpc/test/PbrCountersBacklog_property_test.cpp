@@ -44,6 +44,7 @@ struct State {
    std::size_t workPending = 0;
    unsigned changes = 0;  ///< Published by the backlog so far.
    bool askedFor = false; ///< Whether the run asked for another one.
+   PbrCountersBacklogAccount account;
    friend bool operator==( const State &, const State & ) = default;
 };
 
@@ -148,6 +149,7 @@ class RealStream final : public Writer {
       now.workPending = task_->taskWorkPending();
       now.changes = changes_;
       now.askedFor = loop.pending() != 0;
+      now.account = backlog_->account();
       return now;
    }
 
@@ -215,12 +217,17 @@ class NaiveStream final : public Writer {
       now.workPending = workPending_;
       now.changes = changes_;
       now.askedFor = askedFor_;
+      now.account = account_;
+      now.account.coalesced += backlog_.overtaken;
+      now.account.cancelled += backlog_.forgotten;
+      now.account.pending = backlog_.pending.size();
       return now;
    }
 
  private:
    std::string drain( unsigned goOns ) {
       if ( watching_ == 0 ) { // Nobody wants it.
+         account_.dropped += backlog_.pending.size();
          backlog_.pending.clear();
          return {};
       }
@@ -249,13 +256,20 @@ class NaiveStream final : public Writer {
       PbrCountersEncodingFlags flags;
       flags.encodeLongKeyIs( novel_.erase( key ) != 0 );
       flags.deleteKeyIs( c.deletedKey() );
-      if ( flags.value() == 3 ) { return; }
+      if ( flags.value() == 3 ) {
+         ++account_.cancelled;
+         return;
+      }
       const auto notTold = [&] {
          if ( flags.encodeLongKey() && !outdated_ ) { novel_.insert( key ); }
       };
-      if ( watching_ == 0 ) { return notTold(); } // Left during the run: the rest is thrown away.
+      if ( watching_ == 0 ) { // Left during the run: the rest is thrown away.
+         ++account_.dropped;
+         return notTold();
+      }
       try {
          heard( watching_, c, flags );
+         ++account_.delivered;
       } catch ( ... ) {
          notTold();
          throw;
@@ -265,11 +279,14 @@ class NaiveStream final : public Writer {
    void backlogIs( const PbrCounters & record ) override {
       const auto at = backlog_.pending.find( record.shortKey() );
       if ( at != backlog_.pending.end() && at->second == record ) { return; }
+      ++account_.arrived;
+      account_.coalesced += at != backlog_.pending.end();
       backlog_.file( record.shortKey(), record );
       ++changes_;
    }
    void backlogDel( std::uint64_t key ) override {
       changes_ += backlog_.pending.contains( key );
+      account_.cancelled += backlog_.pending.contains( key );
       backlog_.del( key );
    }
    void novelKeyIs( std::uint64_t key ) override { novel_.insert( key ); }
@@ -284,6 +301,7 @@ class NaiveStream final : public Writer {
    unsigned changes_ = 0;
    bool askedFor_ = false;
    bool outdated_ = false;
+   PbrCountersBacklogAccount account_; ///< What the backlog does not count itself.
 };
 
 TEST( BacklogRunProperty, AgreesWithANaiveBacklogWhateverConsumersDo ) {
@@ -304,6 +322,8 @@ TEST( BacklogRunProperty, AgreesWithANaiveBacklogWhateverConsumersDo ) {
          require( seen.pending == expected.pending );
          require( seen.novel == expected.novel );
          require( seen.progress == expected.progress );
+         require( seen.account == expected.account );
+         require( seen.account.isBalanced() );
          require( seen == expected );
       }
    } ) );

@@ -30,6 +30,7 @@
 ///   long keys     `encodeLongKey` comes with the first record of a key that appeared while
 ///                 streaming, and never for a key that was known before
 ///   nothing lost  what an unsuccessful delivery or the end of a slice left over is pending again
+///                 and every record that ever arrived is accounted for
 ///   quiet         when nothing is pending, a consumer
 ///                    - that watches since the stream was started knows exactly the tree
 ///                    - that took over from another while streaming knows exactly what was pending
@@ -359,6 +360,7 @@ class World {
          owed_.erase( key );
       }
       require( pending == owed_ );
+      require( mgr_.backlog()->account().isBalanced() );
       Keys novel;
       for ( const auto & entry : mgr_.shortKeys()->novelKey() ) { novel.insert( entry.fwkKey() ); }
       require( novel == novel_ );

@@ -1,0 +1,142 @@
+// What became of all the records that a backlog was given, told after every kind of end that a
+// record can come to.
+
+#include "VeloSdkRpc/test/BacklogTest.h"
+
+namespace VeloSdkRpc::test {
+namespace {
+
+class BacklogAccountTest : public BacklogTest {
+ protected:
+   void run() { backlog->process( task ); }
+   void runThatBreaks() { EXPECT_THROW( run(), ConsumerBroke ); }
+
+   /// It must be just that, and nothing may be missing.
+   void expect( const PbrCountersBacklogAccount & account ) {
+      EXPECT_TRUE( backlog->account().isBalanced() );
+      EXPECT_EQ( backlog->account().arrived, account.arrived );
+      EXPECT_EQ( backlog->account().delivered, account.delivered );
+      EXPECT_EQ( backlog->account().coalesced, account.coalesced );
+      EXPECT_EQ( backlog->account().cancelled, account.cancelled );
+      EXPECT_EQ( backlog->account().dropped, account.dropped );
+      EXPECT_EQ( backlog->account().pending, account.pending );
+   }
+
+   const Lumo::Ptr< Oru::Task > task = Lumo::makeNode< Oru::Task >(
+      Oru::TaskSchedulerRoot::findOrCreateScheduler(), Oru::TaskPriority{ 3 }, "drain" );
+};
+
+TEST_F( BacklogAccountTest, DoesNotBalanceWhenARecordIsMissing ) {
+   EXPECT_TRUE( PbrCountersBacklogAccount().isBalanced() );
+   EXPECT_TRUE( ( PbrCountersBacklogAccount{ 15, 1, 2, 3, 4, 5 } ).isBalanced() );
+   EXPECT_FALSE( ( PbrCountersBacklogAccount{ 16, 1, 2, 3, 4, 5 } ).isBalanced() );
+}
+
+TEST_F( BacklogAccountTest, StoredRecordsHaveArrivedAndArePending ) {
+   file( { 1, 2 } );
+   expect( { .arrived = 2, .pending = 2 } );
+}
+
+TEST_F( BacklogAccountTest, AnEqualRecordHasNotArrived ) {
+   const PbrCounters record = update( 1 );
+   backlog->backlogIs( record );
+   backlog->backlogIs( record );
+   expect( { .arrived = 1, .pending = 1 } );
+}
+
+TEST_F( BacklogAccountTest, AReplacedRecordIsCoalesced ) {
+   file( { 1 } );
+   backlog->backlogIs( deletion( 1 ) );
+   expect( { .arrived = 2, .coalesced = 1, .pending = 1 } );
+}
+
+TEST_F( BacklogAccountTest, AWithdrawnRecordIsCancelled ) {
+   file( { 1 } );
+   backlog->backlogDel( 1 );
+   backlog->backlogDel( 1 );
+   expect( { .arrived = 1, .cancelled = 1 } );
+}
+
+TEST_F( BacklogAccountTest, AllWithdrawnRecordsAreCancelledWhetherSomebodyListensOrNot ) {
+   file( { 1, 2 } );
+   backlog->backlogDelAll();
+   expect( { .arrived = 2, .cancelled = 2 } );
+   const auto listener = Lumo::makeNode< Listener >( backlog );
+   file( { 1, 2, 3 } );
+   backlog->backlogDelAll();
+   expect( { .arrived = 5, .cancelled = 5 } );
+}
+
+TEST_F( BacklogAccountTest, WithoutAFrontendEverythingIsDropped ) {
+   file( { 1, 2 } );
+   run();
+   expect( { .arrived = 2, .dropped = 2 } );
+}
+
+TEST_F( BacklogAccountTest, WhatARunLeavesOverIsPending ) {
+   watch();
+   file( { 1, 2, 3 } );
+   loop.yieldsAfter( 1 );
+   run();
+   expect( { .arrived = 3, .delivered = 2, .pending = 1 } );
+}
+
+TEST_F( BacklogAccountTest, TheDeletionOfAKeyThatWasNeverToldIsCancelled ) {
+   watch();
+   table->novelKeyIs( 1 );
+   backlog->backlogIs( deletion( 1 ) );
+   run();
+   expect( { .arrived = 1, .cancelled = 1 } );
+}
+
+TEST_F( BacklogAccountTest, ARecordThatTheConsumerThrewAtIsPendingAgain ) {
+   watch();
+   file( { 1, 2 } );
+   consumer->beforeItem = []( const auto &, auto ) { throw ConsumerBroke(); };
+   runThatBreaks();
+   expect( { .arrived = 2, .pending = 2 } );
+}
+
+TEST_F( BacklogAccountTest, ALeftOverThatWasOvertakenIsCoalesced ) {
+   watch();
+   file( { 1 } );
+   consumer->beforeItem = [this]( const auto &, auto ) {
+      file( { 1 } );
+      throw ConsumerBroke();
+   };
+   runThatBreaks();
+   expect( { .arrived = 2, .coalesced = 1, .pending = 1 } );
+}
+
+TEST_F( BacklogAccountTest, TheRestOfARunIsDroppedWhenItsConsumerIsTakenAway ) {
+   watch();
+   file( { 1, 2, 3 } );
+   consumer->beforeItem = [this]( const auto &, auto ) { backlog->frontendIs( nullptr ); };
+   run();
+   expect( { .arrived = 3, .delivered = 1, .dropped = 2 } );
+}
+
+TEST_F( BacklogAccountTest, TheRestOfARunIsCancelledWhenEverythingIsFiledAnew ) {
+   watch();
+   file( { 1, 2, 3 } );
+   consumer->beforeItem = [this]( const auto &, auto ) {
+      backlog->allFiledAnew();
+      file( { 1 } );
+   };
+   run();
+   expect( { .arrived = 4, .delivered = 1, .cancelled = 2, .pending = 1 } );
+}
+
+TEST_F( BacklogAccountTest, SoIsTheRecordInHandIfItsConsumerThenThrows ) {
+   watch();
+   file( { 1, 2 } );
+   consumer->beforeItem = [this]( const auto &, auto ) {
+      backlog->allFiledAnew();
+      throw ConsumerBroke();
+   };
+   runThatBreaks();
+   expect( { .arrived = 2, .cancelled = 2 } );
+}
+
+} // namespace
+} // namespace VeloSdkRpc::test
