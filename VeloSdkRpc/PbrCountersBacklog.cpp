@@ -34,14 +34,15 @@ void PbrCountersBacklog::frontendIs( const Lumo::Ptr< PbrCountersFrontend > & fr
 void PbrCountersBacklog::backlogIs( const PbrCounters & c ) {
    const std::uint64_t key = c.shortKey();
    const auto [entry, inserted] = backlog_.newMember( key, c );
+   ++account_.arrived;
    if ( inserted ) {
-      ++account_.arrived;
       publisher()->publishChangeRecursive( kBacklog, &key, nullptr, false, &c );
-   } else if ( entry->value() != c ) {
+      return;
+   }
+   ++account_.coalesced;
+   if ( entry->value() != c ) {
       const PbrCounters old = entry->value();
       ++withdrawals_;
-      ++account_.arrived;
-      ++account_.coalesced;
       backlog_.update( key, c );
       publisher()->publishChangeRecursive( kBacklog, &key, &old, false, &c );
    }
@@ -64,6 +65,7 @@ void PbrCountersBacklog::backlogIs( detail::ShortKeyMemo & memo,
       publisher()->publishChangeRecursive( kBacklog, &key, nullptr, false, &told );
    } else if ( pending.data() == counters && !pending.deletedKey() &&
                pending.longKey() == longKey ) {
+      filedAgain();
       memo.rememberPending( *this );
    } else {
       backlogIs( record() );

@@ -63,6 +63,13 @@ class VELO_SDK_RPC_EXPORT PbrCountersBacklog final : public Quon::PublishingEnti
    void backlogIs( detail::ShortKeyMemo & memo, const PbrCountersKeyProbe & longKey,
                    const PbrCounters::Data & counters );
 
+   /// The common change of a class whose record `memo` remembers as pending: nothing to do but to
+   /// count it.
+   void filedAgain() {
+      ++account_.arrived;
+      ++account_.coalesced;
+   }
+
    /// How often records were taken away or replaced. As long as this stands still, a record that
    /// was pending still is.
    std::uint64_t withdrawals() const { return withdrawals_; }
@@ -75,7 +82,7 @@ class VELO_SDK_RPC_EXPORT PbrCountersBacklog final : public Quon::PublishingEnti
    /// ends it: the records not yet removed stay.
    void backlogDelAll();
 
-   /// What became of all the records that there ever were. O(1).
+   /// What became of all the records that were ever filed. O(1).
    PbrCountersBacklogAccount account() const;
 
    /// Where the next draining run resumes.

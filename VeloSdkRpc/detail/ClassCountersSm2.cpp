@@ -2,7 +2,7 @@
 
 /// The machine of one class, and the short way that its usual event takes:
 ///
-///    counters changed --record pending?---> yes: nothing to do
+///    counters changed --record pending?---> yes: it is counted
 ///                     --short key known?--> yes: the record is filed at once
 ///                                           no:  through the machines above to the rules
 ///
@@ -81,7 +81,9 @@ void ClassCountersSm2::enDispatch( short attributeId, const void * ) {
    const VeloSdkRpc::PbrCountersBacklogSm & top = *root()->parent();
    if ( !en() || !top.isCommon( shortKeyMemo_ ) ) {
       handleCountData0Reactor();
-   } else if ( !shortKeyMemo_.isPending( *top.backlog() ) ) {
+   } else if ( shortKeyMemo_.isPending( *top.backlog() ) ) {
+      top.backlog()->filedAgain();
+   } else {
       const InReactor inReactor( *this );
       top.backlog()->backlogIs( shortKeyMemo_, { parent()->smKey(), en()->name() }, en() );
    }

@@ -59,6 +59,7 @@ struct Sight {
    std::map< CountersTree::Name, std::uint64_t > known;
    std::vector< std::uint64_t > novel;
    std::uint64_t nextKey = 0;
+   PbrCountersBacklogAccount account;
    bool threw = false;
    friend bool operator==( const Sight &, const Sight & ) = default;
 };
@@ -165,6 +166,7 @@ class Side {
          now.novel.push_back( entry.fwkKey() );
       }
       now.nextKey = world_.table->nextKey();
+      now.account = world_.backlog->account();
       now.threw = threw;
       return now;
    }
@@ -199,6 +201,8 @@ RC_GTEST_PROP( CommonEventProperty, TheShortWayComesToTheSameAsTheRules, () ) {
       const Sight expected = rules.played( move );
       require( seen.pending == expected.pending );
       require( seen.changed == expected.changed );
+      require( seen.account == expected.account );
+      require( seen.account.isBalanced() );
       require( seen == expected );
    }
 }

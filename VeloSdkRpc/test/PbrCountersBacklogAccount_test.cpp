@@ -37,11 +37,11 @@ TEST_F( BacklogAccountTest, StoredRecordsHaveArrivedAndArePending ) {
    expect( { .arrived = 2, .pending = 2 } );
 }
 
-TEST_F( BacklogAccountTest, AnEqualRecordHasNotArrived ) {
+TEST_F( BacklogAccountTest, AnEqualRecordIsCoalesced ) {
    const PbrCounters record = update( 1 );
    backlog->backlogIs( record );
    backlog->backlogIs( record );
-   expect( { .arrived = 1, .pending = 1 } );
+   expect( { .arrived = 2, .coalesced = 1, .pending = 1 } );
 }
 
 TEST_F( BacklogAccountTest, AReplacedRecordIsCoalesced ) {

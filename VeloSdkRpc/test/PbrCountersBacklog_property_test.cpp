@@ -278,9 +278,9 @@ class NaiveStream final : public Writer {
 
    void backlogIs( const PbrCounters & record ) override {
       const auto at = backlog_.pending.find( record.shortKey() );
-      if ( at != backlog_.pending.end() && at->second == record ) { return; }
       ++account_.arrived;
       account_.coalesced += at != backlog_.pending.end();
+      if ( at != backlog_.pending.end() && at->second == record ) { return; }
       backlog_.file( record.shortKey(), record );
       ++changes_;
    }

@@ -30,7 +30,7 @@
 ///   long keys     `encodeLongKey` comes with the first record of a key that appeared while
 ///                 streaming, and never for a key that was known before
 ///   nothing lost  what an unsuccessful delivery or the end of a slice left over is pending again
-///                 and every record that ever arrived is accounted for
+///                 and the backlog accounts for every record that ever arrived
 ///   quiet         when nothing is pending, a consumer
 ///                    - that watches since the stream was started knows exactly the tree
 ///                    - that took over from another while streaming knows exactly what was pending
@@ -239,6 +239,7 @@ class World {
          ++starts_;
          inHand_.clear();
          owed_ = promised_ = live_;
+         arrivals_ += live_.size();
          novel_.clear();
          sinceStart_ = true;
       } else if ( another ) {
@@ -288,6 +289,7 @@ class World {
    }
 
    void changed( const Name & name ) {
+      ++arrivals_;
       owed_.insert( keyOf( name ) );
       promised_.insert( keyOf( name ) );
    }
@@ -317,6 +319,7 @@ class World {
       require( mgr_.shortKeys()->nextKey() == lastKey_ );
       for ( const std::uint64_t key : std::exchange( live_, now ) ) {
          if ( now.contains( key ) || !streaming_ ) { continue; }
+         ++arrivals_;
          owed_.insert( key );
          promised_.erase( key );
       }
@@ -361,6 +364,7 @@ class World {
       }
       require( pending == owed_ );
       require( mgr_.backlog()->account().isBalanced() );
+      require( mgr_.backlog()->account().arrived == arrivals_ );
       Keys novel;
       for ( const auto & entry : mgr_.shortKeys()->novelKey() ) { novel.insert( entry.fwkKey() ); }
       require( novel == novel_ );
@@ -385,7 +389,8 @@ class World {
 
    std::map< std::uint64_t, Name > names_; ///< What every short key has ever stood for.
    std::uint64_t lastKey_ = 0;
-   Keys live_;       ///< The classes that there are.
+   Keys live_;                  ///< The classes that there are.
+   std::uint64_t arrivals_ = 0; ///< Changes so far that a consumer was to be told.
    Keys owed_;       ///< Changed and not delivered since: pending, or arrived during the run.
    Keys inHand_;     ///< Taken by the run in progress and not delivered yet.
    Keys novel_;      ///< Their long key has not been told.
