@@ -6,7 +6,7 @@
 namespace VeloSdkRpc {
 namespace {
 
-const Lumo::String mountPath = "routing/bgp/sdk/linkweight";
+const Lumo::String linkWeightPath = "routing/bgp/sdk/linkweight";
 const Lumo::String overrideName = "bgpLinkWeightSdkOverride";
 
 } // namespace
@@ -18,14 +18,14 @@ bgp_link_weight_mgr::~bgp_link_weight_mgr() { detail::ResyncPass::endAll( resync
 
 void bgp_link_weight_mgr::doMounts( const Lumo::Ptr< Keldb::MountGroup > & mounts,
                                     const Lumo::Ptr< QuonSharedMem::MountGroup > & ) {
-   Keldb::Mount mount( mountPath, Quon::Dir::kTypeName, Keldb::AllMountFlags( 0 ) );
+   Keldb::Mount mount( linkWeightPath, Quon::Dir::kTypeName, Keldb::AllMountFlags( 0 ) );
    mount.handleFlags( "wi" );
    mounts->doMount( mount );
 }
 
 void bgp_link_weight_mgr::onMountsComplete( const Lumo::Ptr< Keldb::EntityManager > & entities,
                                             const Lumo::Ptr< QuonSharedMem::EntityManager > & ) {
-   const auto directory = Quon::entityCast< Quon::Dir >( entities->getEntity( mountPath ) );
+   const auto directory = Quon::entityCast< Quon::Dir >( entities->getEntity( linkWeightPath ) );
    override_ = directory ? Quon::entityCast< BgpLinkWeightSdkOverride >( directory->createEntity(
                               BgpLinkWeightSdkOverride::kTypeName, overrideName ) )
                          : nullptr;

@@ -3,8 +3,8 @@
 namespace VeloSdkRpc {
 namespace {
 
-const Lumo::String mountPath = "routing/hardware/mpls/status";
-const Lumo::String mountedType = "Mpls::Hardware::Status";
+const Lumo::String statusPath = "routing/hardware/mpls/status";
+const Lumo::String statusType = "Mpls::Hardware::Status";
 
 /// What the rule that lets everything pass is called. Nothing here reads it.
 [[maybe_unused]] const Lumo::String permitAny = "__mpls_permit_any__";
@@ -21,7 +21,7 @@ MplsRouteHwProgrammingWatcher::~MplsRouteHwProgrammingWatcher() = default;
 
 void MplsRouteHwProgrammingWatcher::doMounts( const Lumo::Ptr< Keldb::MountGroup > & mounts,
                                               const Lumo::Ptr< QuonSharedMem::MountGroup > & ) {
-   Keldb::Mount status( mountPath, mountedType );
+   Keldb::Mount status( statusPath, statusType );
    status.flagsIs( Keldb::AllMountFlags( 0 ) );
    status.handleFlags( "r" );
    mounts->doMount( status );
@@ -30,7 +30,7 @@ void MplsRouteHwProgrammingWatcher::doMounts( const Lumo::Ptr< Keldb::MountGroup
 void MplsRouteHwProgrammingWatcher::onMountsComplete(
    const Lumo::Ptr< Keldb::EntityManager > & entities,
    const Lumo::Ptr< QuonSharedMem::EntityManager > & ) {
-   status_ = Quon::entityCast< const Mpls::Hardware::Status >( entities->getEntity( mountPath ) );
+   status_ = Quon::entityCast< const Mpls::Hardware::Status >( entities->getEntity( statusPath ) );
 }
 
 /// The machine before goes last: what the end of its callback does finds the new one in place, and

@@ -5,8 +5,8 @@
 namespace VeloSdkRpc {
 namespace {
 
-const Lumo::String mountPath = "policyMap/counters/pbr";
-const Lumo::String mountedType = "PolicyMap::Counters::PolicyMapTypeCounters";
+const Lumo::String countersPath = "policyMap/counters/pbr";
+const Lumo::String countersType = "PolicyMap::Counters::PolicyMapTypeCounters";
 
 /// What comes before a state machine is let go of. A reaction in progress may hold it: what that
 /// has begun is finished, but it hears nothing new beside its successor.
@@ -43,15 +43,15 @@ PbrPolicyCountersMgr::~PbrPolicyCountersMgr() {
 void PbrPolicyCountersMgr::doMounts(
    const Lumo::Ptr< Keldb::MountGroup > &,
    const Lumo::Ptr< QuonSharedMem::MountGroup > & sharedMemMounts ) {
-   sharedMemMounts->doMount( mountPath, mountedType, QuonSharedMem::MountInfo::forReader() );
+   sharedMemMounts->doMount( countersPath, countersType, QuonSharedMem::MountInfo::forReader() );
 }
 
 void PbrPolicyCountersMgr::onMountsComplete(
    const Lumo::Ptr< Keldb::EntityManager > &,
    const Lumo::Ptr< QuonSharedMem::EntityManager > & sharedMemEntities ) {
-   const auto status = sharedMemEntities->getEntity( mountPath );
+   const auto status = sharedMemEntities->getEntity( countersPath );
    if ( !sharedMemEntities->accessIsSafe() ) {
-      sharedMemEntities->assertSafeToAccess( status, mountPath );
+      sharedMemEntities->assertSafeToAccess( status, countersPath );
    }
    const bool hadStatus = static_cast< bool >( root_ );
    root_ = Quon::entityCast< const PolicyMapTypeCounters >( status );

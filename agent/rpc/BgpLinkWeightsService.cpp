@@ -69,12 +69,12 @@ class LinkWeights {
 };
 
 /// All methods but Resync, whose messages are read as bytes, see ResyncCall.h.
-using Parsed =
+using ParsedWeightCalls =
    v1::BgpLinkWeights::WithCallbackMethod_Set< v1::BgpLinkWeights::WithCallbackMethod_Delete<
       v1::BgpLinkWeights::WithCallbackMethod_List< v1::BgpLinkWeights::Service > > >;
 
 class BgpLinkWeightsService final
-   : public v1::BgpLinkWeights::WithRawCallbackMethod_Resync< Parsed > {
+   : public v1::BgpLinkWeights::WithRawCallbackMethod_Resync< ParsedWeightCalls > {
  public:
    BgpLinkWeightsService( EventLoop & loop, VeloSdkRpc::bgp_link_weight_mgr & manager )
       : loop_( loop ), weights_( manager ) {}

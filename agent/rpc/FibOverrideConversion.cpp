@@ -30,7 +30,7 @@ Via viaFrom( const v1::FibVia & message ) {
                } ) );
 }
 
-void toMessage( const Via & via, v1::FibVia & message ) {
+void viaToMessage( const Via & via, v1::FibVia & message ) {
    if ( via.nexthop() ) { message.set_next_hop( via.nexthop()->toString() ); }
    if ( via.intf() ) { message.set_interface_id( via.intf()->value() ); }
    const LabelStack & labels = via.labelStack();
@@ -39,11 +39,11 @@ void toMessage( const Via & via, v1::FibVia & message ) {
    }
 }
 
-void toMessage( const FibOverrideViaMatcher & matcher, v1::FibOverrideMatcher & message ) {
+void matcherToMessage( const FibOverrideViaMatcher & matcher, v1::FibOverrideMatcher & message ) {
    message.set_vrf( std::string( matcher.vrf().view() ) );
    if ( matcher.prefix() ) { message.set_prefix( matcher.prefix()->toString() ); }
    message.set_nexthop_group( std::string( matcher.nexthopGroup().view() ) );
-   toMessage( matcher.via(), *message.mutable_via() );
+   viaToMessage( matcher.via(), *message.mutable_via() );
 }
 
 } // namespace
@@ -72,9 +72,9 @@ FibOverrideVia overrideFrom( const v1::FibOverride & message ) {
 }
 
 void toMessage( const FibOverrideVia & value, v1::FibOverride & message ) {
-   toMessage( value.matcher(), *message.mutable_matcher() );
+   matcherToMessage( value.matcher(), *message.mutable_matcher() );
    if ( value.weight() ) { message.set_weight( *value.weight() ); }
-   if ( value.replacement() ) { toMessage( *value.replacement(), *message.mutable_replacement() ); }
+   if ( value.replacement() ) { viaToMessage( *value.replacement(), *message.mutable_replacement() ); }
 }
 
 } // namespace VeloAgent

@@ -74,13 +74,13 @@ class Overrides {
 };
 
 /// All methods but Resync, whose messages are read as bytes, see ResyncCall.h.
-using Parsed = v1::FibOverrides::WithCallbackMethod_Set<
+using ParsedOverrideCalls = v1::FibOverrides::WithCallbackMethod_Set<
    v1::FibOverrides::WithCallbackMethod_Delete< v1::FibOverrides::WithCallbackMethod_List<
       v1::FibOverrides::WithCallbackMethod_GetDefaultUcmpWeight<
          v1::FibOverrides::WithCallbackMethod_SetDefaultUcmpWeight<
             v1::FibOverrides::Service > > > > >;
 
-class FibOverridesService final : public v1::FibOverrides::WithRawCallbackMethod_Resync< Parsed > {
+class FibOverridesService final : public v1::FibOverrides::WithRawCallbackMethod_Resync< ParsedOverrideCalls > {
  public:
    FibOverridesService( EventLoop & loop, VeloSdkRpc::fib_override_mgr & manager )
       : loop_( loop ), manager_( manager ), overrides_( manager ) {}

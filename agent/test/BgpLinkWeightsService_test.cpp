@@ -8,7 +8,7 @@
 #include <map>
 #include <velo/rpc/v1/bgp_link_weights.grpc.pb.h>
 
-namespace VeloAgent {
+namespace VeloAgent::BgpLinkWeightsTest {
 namespace {
 
 namespace v1 = velo::rpc::v1;
@@ -378,4 +378,4 @@ TEST_F( BgpLinkWeights, OthersAreServedWhileAClientKeepsAResyncOpen ) {
 }
 
 } // namespace
-} // namespace VeloAgent
+} // namespace VeloAgent::BgpLinkWeightsTest

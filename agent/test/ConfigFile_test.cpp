@@ -16,7 +16,7 @@ std::vector< Setting > settings( const std::string & text ) {
    return settingsFrom( in, "velo.conf" );
 }
 
-std::string complaintAbout( const std::string & text ) {
+std::string complaintAboutFile( const std::string & text ) {
    try {
       settings( text );
    } catch ( const OptionsError & error ) { return error.what(); }
@@ -56,20 +56,20 @@ TEST( ConfigFile, AValueMayBeEmptyAndMayHoldEquals ) {
 }
 
 TEST( ConfigFile, ALineThatIsNoneIsNamed ) {
-   EXPECT_EQ( complaintAbout( "rate = 1\nfast\n" ), "velo.conf:2: \"fast\" is not NAME = VALUE" );
-   EXPECT_EQ( complaintAbout( "= 1" ), "velo.conf:1: \"= 1\" is not NAME = VALUE" );
-   EXPECT_EQ( complaintAbout( "[agent]" ), "velo.conf:1: \"[agent]\" is not NAME = VALUE" );
+   EXPECT_EQ( complaintAboutFile( "rate = 1\nfast\n" ), "velo.conf:2: \"fast\" is not NAME = VALUE" );
+   EXPECT_EQ( complaintAboutFile( "= 1" ), "velo.conf:1: \"= 1\" is not NAME = VALUE" );
+   EXPECT_EQ( complaintAboutFile( "[agent]" ), "velo.conf:1: \"[agent]\" is not NAME = VALUE" );
 }
 
 TEST( ConfigFile, QuotesThatDoNotFitAreNamed ) {
-   EXPECT_EQ( complaintAbout( "table = \"a" ), "velo.conf:1: the closing quote is missing" );
-   EXPECT_EQ( complaintAbout( "table = \"a\\\"" ), "velo.conf:1: the closing quote is missing" );
-   EXPECT_EQ( complaintAbout( "table = \"a\" b" ),
+   EXPECT_EQ( complaintAboutFile( "table = \"a" ), "velo.conf:1: the closing quote is missing" );
+   EXPECT_EQ( complaintAboutFile( "table = \"a\\\"" ), "velo.conf:1: the closing quote is missing" );
+   EXPECT_EQ( complaintAboutFile( "table = \"a\" b" ),
               "velo.conf:1: something follows the closing quote" );
 }
 
 TEST( ConfigFile, ANameThatIsThereTwiceIsNamed ) {
-   EXPECT_EQ( complaintAbout( "rate = 1\nseed = 1\nrate = 2\n" ),
+   EXPECT_EQ( complaintAboutFile( "rate = 1\nseed = 1\nrate = 2\n" ),
               "velo.conf:3: rate stands in line 1 already" );
 }
 

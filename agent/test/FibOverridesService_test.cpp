@@ -8,7 +8,7 @@
 #include <set>
 #include <velo/rpc/v1/fib_overrides.grpc.pb.h>
 
-namespace VeloAgent {
+namespace VeloAgent::FibOverridesTest {
 namespace {
 
 namespace v1 = velo::rpc::v1;
@@ -357,4 +357,4 @@ TEST_F( FibOverrides, TheDefaultUcmpWeightIsAbsentUntilItIsSetAndTakesNoPartInAR
 }
 
 } // namespace
-} // namespace VeloAgent
+} // namespace VeloAgent::FibOverridesTest

@@ -22,16 +22,16 @@ using Routes = v1::PublishMplsRoutesRequest;
 using Groups = v1::PublishNexthopGroupsRequest;
 
 /// A call to Watch.
-class Watcher {
+class RoutesWatch {
  public:
    /// The stream is open when this is made.
-   explicit Watcher( const std::shared_ptr< grpc::Channel > & channel )
+   explicit RoutesWatch( const std::shared_ptr< grpc::Channel > & channel )
       : stub_( v1::MplsRouteProgramming::NewStub( channel ) ) {
       context_.set_deadline( std::chrono::system_clock::now() + std::chrono::seconds( 60 ) );
       reader_ = stub_->Watch( &context_, {} );
       opened = reads() && message.has_opened();
    }
-   ~Watcher() {
+   ~RoutesWatch() {
       context_.TryCancel();
       if ( reader_ ) { end(); }
    }
@@ -117,7 +117,7 @@ class MplsRouteProgramming : public RpcFixture {
 
 TEST_F( MplsRouteProgramming, AWatcherIsToldOfRoutesOverNamedGroups ) {
    named( 1, "leaf" );
-   Watcher watcher( connection() );
+   RoutesWatch watcher( connection() );
    ASSERT_TRUE( watcher.opened );
    acknowledged( 16, 1 );
    EXPECT_THAT( watcher.nextBatch(), ElementsAre( "16 leaf v1" ) );
@@ -126,7 +126,7 @@ TEST_F( MplsRouteProgramming, AWatcherIsToldOfRoutesOverNamedGroups ) {
 }
 
 TEST_F( MplsRouteProgramming, ARouteIsParkedUntilItsGroupHasAName ) {
-   Watcher watcher( connection() );
+   RoutesWatch watcher( connection() );
    acknowledged( 16, 1, 5 );
    EXPECT_EQ( parked(), 1U );
    named( 5, "spine" );
@@ -141,7 +141,7 @@ TEST_F( MplsRouteProgramming, ARouteIsParkedUntilItsGroupHasAName ) {
 
 TEST_F( MplsRouteProgramming, ARouteThatTheHardwareDoesNotForwardByYetIsNotTold ) {
    named( 1, "leaf" );
-   Watcher watcher( connection() );
+   RoutesWatch watcher( connection() );
    Routes routes;
    set( routes, 16, 1 );
    routes.mutable_changes( 0 )->mutable_set_route()->set_state(
@@ -159,7 +159,7 @@ TEST_F( MplsRouteProgramming, ARouteThatTheHardwareDoesNotForwardByYetIsNotTold 
 
 TEST_F( MplsRouteProgramming, ABatchTakesEffectInTheOrderOfItsElementsAndIsToldOncePerLabel ) {
    named( 1, "leaf" );
-   Watcher watcher( connection() );
+   RoutesWatch watcher( connection() );
    Routes routes;
    for ( std::uint32_t version = 1; version <= 5000; ++version ) { set( routes, 16, version ); }
    ASSERT_TRUE( publish( routes ).ok() );
@@ -173,7 +173,7 @@ TEST_F( MplsRouteProgramming, RemovingWhatIsNotThereDoesNothing ) {
 }
 
 TEST_F( MplsRouteProgramming, ARouteThatWasRemovedWhileItWasParkedIsNotTold ) {
-   Watcher watcher( connection() );
+   RoutesWatch watcher( connection() );
    acknowledged( 16, 1, 5 );
    removed( 16 );
    named( 5, "spine" );
@@ -206,7 +206,7 @@ TEST_F( MplsRouteProgramming, OfABadBatchNothingIsDone ) {
 
 TEST_F( MplsRouteProgramming, AKindOfAdjacencyThatDoesNotExistHarmsNobody ) {
    named( 1, "leaf" );
-   Watcher watcher( connection() );
+   RoutesWatch watcher( connection() );
    for ( std::uint64_t kind = 27; kind < 256; ++kind ) {
       Routes routes;
       set( routes, 16, 1 );
@@ -220,9 +220,9 @@ TEST_F( MplsRouteProgramming, AKindOfAdjacencyThatDoesNotExistHarmsNobody ) {
 
 TEST_F( MplsRouteProgramming, WatchersThatBreakOffLeaveTheOthersAlone ) {
    named( 1, "leaf" );
-   Watcher steady( connection() );
+   RoutesWatch steady( connection() );
    for ( std::uint32_t n = 0; n < 20; ++n ) {
-      const Watcher brief( connection() );
+      const RoutesWatch brief( connection() );
       acknowledged( 16, n + 1 );
    }
    while ( steady.nextBatch() != std::vector< std::string >{ "16 leaf v20" } ) {}
@@ -232,7 +232,7 @@ TEST_F( MplsRouteProgramming, AWatcherThatReadsNothingGetsTheLatestWhenItReads )
    constexpr std::uint32_t kRounds = 100;
    constexpr std::uint32_t kLabels = 2000;
    named( 1, std::string( 100, 'x' ) );
-   Watcher slow( connection() );
+   RoutesWatch slow( connection() );
    // Far more than the transport keeps for a client that does not read.
    for ( std::uint32_t version = 1; version <= kRounds; ++version ) {
       Routes routes;
@@ -258,12 +258,12 @@ TEST_F( MplsRouteProgramming, AWatcherThatReadsNothingGetsTheLatestWhenItReads )
 }
 
 TEST_F( MplsRouteProgramming, AShutdownEndsTheStreamAndIsRetryable ) {
-   Watcher watcher( connection() );
+   RoutesWatch watcher( connection() );
    onTheLoop( []( Parts & parts ) { parts.mplsStreams.drain(); } );
    const grpc::Status status = watcher.end();
    EXPECT_EQ( status.error_code(), StatusCode::UNAVAILABLE );
    EXPECT_THAT( status.error_message(), HasSubstr( "shuts down" ) );
-   Watcher late( connection() );
+   RoutesWatch late( connection() );
    EXPECT_FALSE( late.opened );
    EXPECT_EQ( late.end().error_code(), StatusCode::UNAVAILABLE );
 }

@@ -18,22 +18,22 @@ using testing::HasSubstr;
 using Opened = PbrCountersWatchResponse::Opened;
 
 /// A call to Watch, and what its client puts together.
-class Watcher {
+class CountersWatch {
  public:
-   Watcher( const std::shared_ptr< grpc::Channel > & channel, const std::string & resumeToken = {} )
+   CountersWatch( const std::shared_ptr< grpc::Channel > & channel, const std::string & resumeToken = {} )
       : stub_( PbrCounters::NewStub( channel ) ) {
       PbrCountersWatchRequest request;
       request.set_resume_token( resumeToken );
       reader_ = stub_->Watch( &context_, request );
    }
-   ~Watcher() {
+   ~CountersWatch() {
       context_.TryCancel();
       if ( reader_ ) { end(); }
    }
 
    /// A call that goes on where `before` ended, by its token.
-   Watcher( const std::shared_ptr< grpc::Channel > & channel, const Watcher & before )
-      : Watcher( channel, before.token ) {
+   CountersWatch( const std::shared_ptr< grpc::Channel > & channel, const CountersWatch & before )
+      : CountersWatch( channel, before.token ) {
       names = before.names;
       packets = before.packets;
    }
@@ -138,7 +138,7 @@ class PbrCountersServiceTest : public RpcFixture {
 
 TEST_F( PbrCountersServiceTest, AWatcherGetsTheSnapshotThenChanges ) {
    publish( population( 3 ) );
-   Watcher watcher( connection() );
+   CountersWatch watcher( connection() );
    watcher.untilInSync();
    count( "class1", 7 );
    publish( { ClassRemoved{ "web", "class0" } } );
@@ -148,13 +148,13 @@ TEST_F( PbrCountersServiceTest, AWatcherGetsTheSnapshotThenChanges ) {
 
 TEST_F( PbrCountersServiceTest, AWatcherResumesWhereItWas ) {
    publish( population( 3 ) );
-   Watcher before( connection() );
+   CountersWatch before( connection() );
    before.untilInSync();
    before.cancel();
    EXPECT_EQ( before.end().error_code(), StatusCode::CANCELLED );
    count( "class1", 7 );
 
-   Watcher after( connection(), before );
+   CountersWatch after( connection(), before );
    ASSERT_TRUE( after.reads() );
    EXPECT_EQ( after.message.opened().outcome(), Opened::OUTCOME_RESUMED );
    after.until( [&] { return after.packets["class1"] == 7; } );
@@ -163,16 +163,16 @@ TEST_F( PbrCountersServiceTest, AWatcherResumesWhereItWas ) {
 }
 
 TEST_F( PbrCountersServiceTest, AStreamInUseIsTakenOver ) {
-   Watcher before( connection() );
+   CountersWatch before( connection() );
    before.untilInSync();
-   Watcher after( connection(), before.token );
+   CountersWatch after( connection(), before.token );
    ASSERT_TRUE( after.reads() );
    EXPECT_EQ( after.message.opened().outcome(), Opened::OUTCOME_RESUMED );
    EXPECT_EQ( before.end().error_code(), StatusCode::ABORTED );
 }
 
 TEST_F( PbrCountersServiceTest, ATokenThatIsNotOursIsReset ) {
-   Watcher watcher( connection(), "no token" );
+   CountersWatch watcher( connection(), "no token" );
    ASSERT_TRUE( watcher.reads() );
    EXPECT_EQ( watcher.message.opened().outcome(), Opened::OUTCOME_RESET );
    watcher.untilInSync();
@@ -180,10 +180,10 @@ TEST_F( PbrCountersServiceTest, ATokenThatIsNotOursIsReset ) {
 
 TEST_F( PbrCountersServiceTest, WatchersThatBreakOffLeaveTheOthersAlone ) {
    publish( population( 1000 ) );
-   Watcher steady( connection() );
+   CountersWatch steady( connection() );
    steady.untilInSync();
    for ( int n = 0; n < 20; ++n ) {
-      Watcher brief( connection() );
+      CountersWatch brief( connection() );
       for ( int read = 0; read < n % 4; ++read ) { brief.reads(); }
    }
    count( "class7", 7 );
@@ -192,13 +192,13 @@ TEST_F( PbrCountersServiceTest, WatchersThatBreakOffLeaveTheOthersAlone ) {
 
 TEST_F( PbrCountersServiceTest, AShutdownTellsWhatIsPendingAndIsRetryable ) {
    publish( population( 10 ) );
-   Watcher watcher( connection() );
+   CountersWatch watcher( connection() );
    watcher.untilInSync();
    onTheLoop( []( Parts & parts ) { parts.pbrStreams.drain(); } );
    const grpc::Status status = watcher.end();
    EXPECT_EQ( status.error_code(), StatusCode::UNAVAILABLE );
    EXPECT_THAT( status.error_message(), HasSubstr( "shuts down" ) );
-   Watcher late( connection() );
+   CountersWatch late( connection() );
    EXPECT_EQ( late.end().error_code(), StatusCode::UNAVAILABLE );
 }
 
@@ -213,7 +213,7 @@ TEST_F( PbrCountersServiceTest, GetAnswersByEitherKey ) {
    EXPECT_EQ( byLongKey.record().counters().bytes(), 768U );
    EXPECT_EQ( byLongKey.record().long_key().class_name(), "http" );
 
-   Watcher watcher( connection() );
+   CountersWatch watcher( connection() );
    watcher.untilInSync(); // What was told may be asked for.
    request.set_short_key( byLongKey.record().short_key() );
    PbrCountersGetResponse byShortKey;
@@ -253,9 +253,9 @@ class ImpatientPbrCountersServiceTest : public PbrCountersServiceTest {
 TEST_F( ImpatientPbrCountersServiceTest, AWatcherThatNeverReadsIsClosedWithAReason ) {
    // Far more than what this connection takes in without being read from.
    publish( population( 100'000 ) );
-   Watcher asleep( smallConnection() );
+   CountersWatch asleep( smallConnection() );
    ticksUntil( []( PbrStreams & streams ) { return streams.size() == 1; } );
-   Watcher awake( connection() );
+   CountersWatch awake( connection() );
    awake.untilInSync();
    const auto closed = [this] {
       return onTheLoop( []( Parts & parts ) {
@@ -274,7 +274,7 @@ TEST_F( ImpatientPbrCountersServiceTest, AWatcherThatNeverReadsIsClosedWithAReas
    count( "class7", 7 );
    awake.until( [&] { return awake.packets["class7"] == 7; } );
 
-   Watcher again( connection(), asleep );
+   CountersWatch again( connection(), asleep );
    ASSERT_TRUE( again.reads() );
    EXPECT_EQ( again.message.opened().outcome(), Opened::OUTCOME_RESUMED );
    again.untilInSync();

@@ -93,7 +93,7 @@ void readMessage( const Json & json, Message & message, const std::string & wher
    fail( where, fmt::format( "{} is not {}", VeloAgent::lineOf( given ), right ) );
 }
 
-std::uint64_t numberFrom( const Json & json, std::uint64_t most, const std::string & where ) {
+std::uint64_t numberIn( const Json & json, std::uint64_t most, const std::string & where ) {
    const bool whole = json.is_number_unsigned();
    if ( !whole || json.get< std::uint64_t >() > most ) {
       refuse( where, json, fmt::format( "a number from 0 to {}", most ) );
@@ -135,13 +135,13 @@ void readValue( const Json & json, Message & message, const FieldDescriptor & fi
    switch ( field.cpp_type() ) {
    case FieldDescriptor::CPPTYPE_UINT32: {
       const auto value = static_cast< std::uint32_t >(
-         numberFrom( json, std::numeric_limits< std::uint32_t >::max(), where ) );
+         numberIn( json, std::numeric_limits< std::uint32_t >::max(), where ) );
       return many ? its.AddUInt32( &message, &field, value )
                   : its.SetUInt32( &message, &field, value );
    }
    case FieldDescriptor::CPPTYPE_UINT64: {
       const std::uint64_t value =
-         numberFrom( json, std::numeric_limits< std::uint64_t >::max(), where );
+         numberIn( json, std::numeric_limits< std::uint64_t >::max(), where );
       return many ? its.AddUInt64( &message, &field, value )
                   : its.SetUInt64( &message, &field, value );
    }

@@ -16,9 +16,9 @@ using testing::ElementsAre;
 constexpr short kCount = 3, kOther = 4;
 
 /// Notes what `getNotifyValues` says of each change: -1 for an absent value.
-class Watcher {
+class PairWatcher {
  public:
-   explicit Watcher( Lumo::Publisher & publisher ) { publisher.subscriberAdd( slot_ ); }
+   explicit PairWatcher( Lumo::Publisher & publisher ) { publisher.subscriberAdd( slot_ ); }
 
    bool isZombie() const { return false; }
 
@@ -35,14 +35,14 @@ class Watcher {
       seen.emplace_back( previous ? *previous : -1, current ? *current : -1 );
    }
 
-   Lumo::MemberSubscriber< Watcher, &Watcher::changed > slot_{ this };
+   Lumo::MemberSubscriber< PairWatcher, &PairWatcher::changed > slot_{ this };
 };
 
 class NotifyValuesTest : public testing::Test {
  protected:
    const int one = 1, two = 2, three = 3;
    Lumo::Publisher publisher;
-   Watcher watcher{ publisher };
+   PairWatcher watcher{ publisher };
 };
 
 TEST_F( NotifyValuesTest, AnAddedAChangedAndARemovedElementShowWhatTheyWereAndAre ) {
@@ -61,7 +61,7 @@ TEST_F( NotifyValuesTest, NestedDispatchesEachSeeTheirOwnChange ) {
 
 TEST_F( NotifyValuesTest, ANestedChangeOfAnotherAttributeDoesNotHideTheOuterOne ) {
    Lumo::Publisher elsewhere;
-   Watcher there( elsewhere );
+   PairWatcher there( elsewhere );
    there.meanwhile = [this] {
       const auto [previous, current] =
          Impl::getNotifyValues( publisher, kCount, std::type_identity< int >() );
