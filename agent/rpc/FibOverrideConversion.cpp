@@ -74,7 +74,9 @@ FibOverrideVia overrideFrom( const v1::FibOverride & message ) {
 void toMessage( const FibOverrideVia & value, v1::FibOverride & message ) {
    matcherToMessage( value.matcher(), *message.mutable_matcher() );
    if ( value.weight() ) { message.set_weight( *value.weight() ); }
-   if ( value.replacement() ) { viaToMessage( *value.replacement(), *message.mutable_replacement() ); }
+   if ( value.replacement() ) {
+      viaToMessage( *value.replacement(), *message.mutable_replacement() );
+   }
 }
 
 } // namespace VeloAgent

@@ -80,7 +80,8 @@ using ParsedOverrideCalls = v1::FibOverrides::WithCallbackMethod_Set<
          v1::FibOverrides::WithCallbackMethod_SetDefaultUcmpWeight<
             v1::FibOverrides::Service > > > > >;
 
-class FibOverridesService final : public v1::FibOverrides::WithRawCallbackMethod_Resync< ParsedOverrideCalls > {
+class FibOverridesService final
+   : public v1::FibOverrides::WithRawCallbackMethod_Resync< ParsedOverrideCalls > {
  public:
    FibOverridesService( EventLoop & loop, VeloSdkRpc::fib_override_mgr & manager )
       : loop_( loop ), manager_( manager ), overrides_( manager ) {}

@@ -60,8 +60,8 @@ class PbrStream final : public PbrFollower, public WatchingClient, private Messa
    /// Closes a call that has taken nothing for too long.
    void closeIfStuck() { call_.closeIfStuck( "come back with the token to go on" ); }
    /// Closes the call once nothing is left to tell, neither here nor in what the library has yet to
-   /// deliver: looks at once, when the transport has room again, and when called again. Nothing more
-   /// is to be begun or resumed.
+   /// deliver: looks at once, when the transport has room again, and when called again. Nothing
+   /// more is to be begun or resumed.
    void closeWhenTold();
    /// Closes the call, whatever there is to tell.
    void closeNow() { call_.closeNow(); }

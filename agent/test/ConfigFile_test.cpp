@@ -56,14 +56,16 @@ TEST( ConfigFile, AValueMayBeEmptyAndMayHoldEquals ) {
 }
 
 TEST( ConfigFile, ALineThatIsNoneIsNamed ) {
-   EXPECT_EQ( complaintAboutFile( "rate = 1\nfast\n" ), "velo.conf:2: \"fast\" is not NAME = VALUE" );
+   EXPECT_EQ( complaintAboutFile( "rate = 1\nfast\n" ),
+              "velo.conf:2: \"fast\" is not NAME = VALUE" );
    EXPECT_EQ( complaintAboutFile( "= 1" ), "velo.conf:1: \"= 1\" is not NAME = VALUE" );
    EXPECT_EQ( complaintAboutFile( "[agent]" ), "velo.conf:1: \"[agent]\" is not NAME = VALUE" );
 }
 
 TEST( ConfigFile, QuotesThatDoNotFitAreNamed ) {
    EXPECT_EQ( complaintAboutFile( "table = \"a" ), "velo.conf:1: the closing quote is missing" );
-   EXPECT_EQ( complaintAboutFile( "table = \"a\\\"" ), "velo.conf:1: the closing quote is missing" );
+   EXPECT_EQ( complaintAboutFile( "table = \"a\\\"" ),
+              "velo.conf:1: the closing quote is missing" );
    EXPECT_EQ( complaintAboutFile( "table = \"a\" b" ),
               "velo.conf:1: something follows the closing quote" );
 }

@@ -22,11 +22,10 @@ TEST( JsonLineFormat, AKnownKeyGoesByItsShortKeyAlone ) {
 TEST( JsonLineFormat, TheLongKeyFollowsWhenTheRecordAsksForIt ) {
    DeliveredRecord record = someRecord();
    record.encodeLongKey = true;
-   EXPECT_EQ( kJson.record( record ),
-              R"({"event":"record","short_key":7,)"
-              R"("flags":{"encode_long_key":true,"delete_key":false},)"
-              R"("long_key":{"policy":"web","class":"http","acl_rule":""},)"
-              R"("data":{"packets":12,"bytes":1008},"deleted":false})" );
+   EXPECT_EQ( kJson.record( record ), R"({"event":"record","short_key":7,)"
+                                      R"("flags":{"encode_long_key":true,"delete_key":false},)"
+                                      R"("long_key":{"policy":"web","class":"http","acl_rule":""},)"
+                                      R"("data":{"packets":12,"bytes":1008},"deleted":false})" );
 }
 
 TEST( JsonLineFormat, TheLongKeyFollowsWhenItIsNewsToTheReader ) {
@@ -43,8 +42,8 @@ TEST( JsonLineFormat, ADeletionHasNoData ) {
    record.deleted = true;
    record.counters.reset();
    EXPECT_EQ( kJson.record( record ), R"({"event":"record","short_key":7,)"
-                                        R"("flags":{"encode_long_key":false,"delete_key":true},)"
-                                        R"("data":null,"deleted":true})" );
+                                      R"("flags":{"encode_long_key":false,"delete_key":true},)"
+                                      R"("data":null,"deleted":true})" );
 }
 
 TEST( JsonLineFormat, LargeNumbersStayExact ) {

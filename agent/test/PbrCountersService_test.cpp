@@ -20,7 +20,8 @@ using Opened = PbrCountersWatchResponse::Opened;
 /// A call to Watch, and what its client puts together.
 class CountersWatch {
  public:
-   CountersWatch( const std::shared_ptr< grpc::Channel > & channel, const std::string & resumeToken = {} )
+   CountersWatch( const std::shared_ptr< grpc::Channel > & channel,
+                  const std::string & resumeToken = {} )
       : stub_( PbrCounters::NewStub( channel ) ) {
       PbrCountersWatchRequest request;
       request.set_resume_token( resumeToken );

@@ -39,8 +39,7 @@ TEST( TextLineFormat, NamesCannotBreakALineOrSteerATerminal ) {
    DeliveredRecord record = someRecord();
    record.policy = "a b\n";
    record.className = "\x1b[2J\\\xff";
-   EXPECT_EQ( kText.record( record ),
-              "7 a\\x20b\\x0a \\x1b[2J\\x5c\\xff: 12 packets, 1008 bytes" );
+   EXPECT_EQ( kText.record( record ), "7 a\\x20b\\x0a \\x1b[2J\\x5c\\xff: 12 packets, 1008 bytes" );
 }
 
 TEST( TextLineFormat, TheOtherEvents ) {

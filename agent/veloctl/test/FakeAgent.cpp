@@ -127,17 +127,18 @@ struct FakeAgent::Server {
       handlers[method] = std::move( handler );
    }
 
-   Handler handlerOf( const std::string & method ) {
+   /// Null if there is none. It stays where it is, and keeps its state from call to call.
+   Handler * handlerOf( const std::string & method ) {
       const std::scoped_lock lock( mutex );
       const auto handler = handlers.find( method );
-      return handler == handlers.end() ? nullptr : handler->second;
+      return handler == handlers.end() ? nullptr : &handler->second;
    }
 
    grpc::Status statusOf( const std::string & method, ServedCall & call ) {
-      const Handler handler = handlerOf( method );
+      Handler * const handler = handlerOf( method );
       if ( !handler ) { return { grpc::StatusCode::UNIMPLEMENTED, "no handler for " + method }; }
       try {
-         handler( call );
+         ( *handler )( call );
          return grpc::Status::OK;
       } catch ( const Refusal & refusal ) {
          return { static_cast< grpc::StatusCode >( refusal.code() ), refusal.what() };
