@@ -10,7 +10,7 @@ namespace VeloAgent {
 namespace {
 
 namespace v1 = velo::rpc::v1;
-using Stream = ServerStream< v1::MplsRouteProgrammingWatchResponse >;
+using RoutesStream = ServerStream< v1::MplsRouteProgrammingWatchResponse >;
 
 class MplsRouteProgrammingService final : public v1::MplsRouteProgramming::CallbackService {
  public:
@@ -21,8 +21,8 @@ class MplsRouteProgrammingService final : public v1::MplsRouteProgramming::Callb
    grpc::ServerWriteReactor< v1::MplsRouteProgrammingWatchResponse > *
    Watch( grpc::CallbackServerContext * context,
           const v1::MplsRouteProgrammingWatchRequest * ) override {
-      return Stream::open( loop_, *context,
-                           [this]( Stream & stream ) { streams_.open( stream ); } );
+      return RoutesStream::open( loop_, *context,
+                                 [this]( RoutesStream & stream ) { streams_.open( stream ); } );
    }
 
    EventLoop & loop_;
