@@ -109,6 +109,7 @@ TEST_F( BacklogAccountTest, ALeftOverThatWasOvertakenIsCoalesced ) {
 }
 
 TEST_F( BacklogAccountTest, TheRestOfARunIsDroppedWhenItsConsumerIsTakenAway ) {
+   loop.endlessSlices();
    watch();
    file( { 1, 2, 3 } );
    consumer->beforeItem = [this]( const auto &, auto ) { backlog->frontendIs( nullptr ); };
@@ -117,6 +118,7 @@ TEST_F( BacklogAccountTest, TheRestOfARunIsDroppedWhenItsConsumerIsTakenAway ) {
 }
 
 TEST_F( BacklogAccountTest, TheRestOfARunIsCancelledWhenEverythingIsFiledAnew ) {
+   loop.endlessSlices();
    watch();
    file( { 1, 2, 3 } );
    consumer->beforeItem = [this]( const auto &, auto ) {
@@ -128,6 +130,7 @@ TEST_F( BacklogAccountTest, TheRestOfARunIsCancelledWhenEverythingIsFiledAnew ) 
 }
 
 TEST_F( BacklogAccountTest, SoIsTheRecordInHandIfItsConsumerThenThrows ) {
+   loop.endlessSlices();
    watch();
    file( { 1, 2 } );
    consumer->beforeItem = [this]( const auto &, auto ) {

@@ -108,6 +108,7 @@ TEST_F( PbrLinesTest, AClassWithoutCountersHasNullData ) {
 }
 
 TEST_F( PbrLinesTest, NoRecordFollowsTheLastOneAllowedAndTheLastLineIsTheEndOfItsBatch ) {
+   loop.endlessSlices();
    int full = 0;
    lines_.maxRecordsAre( 2, [&full] { ++full; } );
    for ( const char * name : { "a", "b", "c" } ) { tree.addClass( "web", name ); }
