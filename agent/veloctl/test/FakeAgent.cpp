@@ -88,17 +88,22 @@ struct FakeAgent::Server {
    }
 
    ~Server() {
+      close();
+      queue->Shutdown();
+      void * tag = nullptr;
+      bool ok = false;
+      while ( queue->Next( &tag, &ok ) ) {}
+      std::filesystem::remove_all( directory );
+   }
+
+   void close() {
+      if ( !thread.joinable() ) { return; }
       {
          const std::scoped_lock lock( mutex );
          closing = true;
       }
       server->Shutdown( std::chrono::system_clock::now() );
       thread.join();
-      queue->Shutdown();
-      void * tag = nullptr;
-      bool ok = false;
-      while ( queue->Next( &tag, &ok ) ) {}
-      std::filesystem::remove_all( directory );
    }
 
    void run() {
@@ -137,6 +142,7 @@ struct FakeAgent::Server {
    grpc::Status statusOf( const std::string & method, ServedCall & call ) {
       Handler * const handler = handlerOf( method );
       if ( !handler ) { return { grpc::StatusCode::UNIMPLEMENTED, "no handler for " + method }; }
+      const std::scoped_lock lock( serving );
       try {
          ( *handler )( call );
          return grpc::Status::OK;
@@ -153,6 +159,7 @@ struct FakeAgent::Server {
    std::mutex mutex; ///< Guards the two that follow.
    std::map< std::string, Handler > handlers;
    bool closing = false; ///< Nothing more may be requested.
+   std::mutex serving;   ///< Held while a handler runs.
    std::thread thread;
 };
 
@@ -163,6 +170,10 @@ FakeAgent::~FakeAgent() = default;
 void FakeAgent::serve( const std::string & method, Handler handler ) {
    server_->serve( "/velo.rpc.v1." + method, std::move( handler ) );
 }
+
+void FakeAgent::synchronize() { const std::scoped_lock lock( server_->serving ); }
+
+void FakeAgent::close() { server_->close(); }
 
 const std::string & FakeAgent::address() const { return server_->address; }
 

@@ -55,6 +55,12 @@ class FakeAgent {
    /// `method` as "Service/Method"; the package goes without saying.
    void serve( const std::string & method, Handler handler );
 
+   /// Waits for the handlers that have begun. What was written before is seen by all who come
+   /// later, and what they noted may be read.
+   void synchronize();
+   /// Serves no more, and returns when no handler runs.
+   void close();
+
    /// As --agent takes it.
    const std::string & address() const;
 

@@ -20,10 +20,16 @@ struct Outcome {
 
 class VeloctlTest : public testing::Test {
  protected:
+   /// Before what handlers write to goes.
+   void TearDown() override { agent.close(); }
+
    /// Runs veloctl with `arguments`, against the fake agent.
    Outcome run( std::vector< std::string > arguments ) {
       arguments.insert( arguments.begin(), { "--agent", agent.address() } );
-      return runAnywhere( arguments );
+      agent.synchronize();
+      const Outcome outcome = runAnywhere( arguments );
+      agent.synchronize();
+      return outcome;
    }
 
    static Outcome runAnywhere( const std::vector< std::string > & arguments ) {
