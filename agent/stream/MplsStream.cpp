@@ -41,9 +41,12 @@ std::size_t MplsStream::fillBatch( MplsRouteProgrammingWatchResponse & message )
    if ( !at ) { at = backlog_.checkedIterator(); }
    const Mpls::RouteKey first = at.key();
    std::size_t count = 0;
-   for ( ; at && count < options_.recordsPerMessage; ++at, ++count ) {
+   std::size_t names = 0;
+   for ( ; at && count < options_.recordsPerMessage && names < options_.namesPerMessage;
+         ++at, ++count ) {
       toMessage( at.value().route, at.value().nexthopGroup,
                  *message.mutable_batch()->add_routes() );
+      names += at.value().nexthopGroup.size();
    }
    if ( at ) {
       cursor_ = at.key();

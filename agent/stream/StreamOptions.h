@@ -16,7 +16,7 @@ struct StreamOptions {
    std::chrono::milliseconds drainTime{ 5'000 };
    /// How many records a client may come back behind, at eight bytes each.
    std::size_t undoRecords = 65'536;
-   /// A message is complete when it has so many records, or so many bytes of long keys.
+   /// A message is complete when it has so many records, or so many bytes of names.
    std::size_t recordsPerMessage = 4'000;
    std::size_t namesPerMessage = 256 * 1024;
    /// Streams of clients, those included that may still be resumed.

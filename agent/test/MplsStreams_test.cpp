@@ -43,6 +43,7 @@ class Client {
       EXPECT_EQ( taken->has_opened(), messages == 0 ) << "opened comes first, and once";
       ++messages;
       largest = std::max( largest, taken->batch().routes_size() );
+      mostBytes = std::max( mostBytes, taken->ByteSizeLong() );
       for ( const auto & route : taken->batch().routes() ) {
          told.push_back( std::to_string( route.label() ) + ' ' + route.nexthop_group_name() + " v" +
                          std::to_string( route.route_version() ) );
@@ -54,6 +55,7 @@ class Client {
    test::TestCallOf< MplsRouteProgrammingWatchResponse > call;
    int messages = 0;
    int largest = 0;                                   ///< Routes in one message.
+   std::size_t mostBytes = 0;                         ///< Of one message.
    std::vector< std::string > told;                   ///< "label group version", in order.
    std::map< std::uint32_t, std::uint32_t > versions; ///< The latest told of each label.
 };
@@ -209,6 +211,15 @@ TEST_F( MplsStreamsTest, MessagesAreBoundedAndNothingIsLostBetweenThem ) {
    EXPECT_EQ( client.largest, 10 );
    EXPECT_EQ( client.messages, 11 );
    EXPECT_THAT( client.told, SizeIs( 100 ) );
+   EXPECT_THAT( client.versions, SizeIs( 100 ) );
+}
+
+TEST_F( MplsStreamsTest, MessagesStayFarBelowWhatAClientTakesInHoweverLongTheNames ) {
+   named( 1, std::string( 60'000, 'g' ).c_str() );
+   Client client( *streams );
+   for ( std::uint32_t label = 16; label < 116; ++label ) { acknowledged( label, 1 ); }
+   settle( client );
+   EXPECT_LT( client.mostBytes, 1024 * 1024U );
    EXPECT_THAT( client.versions, SizeIs( 100 ) );
 }
 
