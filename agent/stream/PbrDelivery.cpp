@@ -9,7 +9,7 @@ namespace VeloAgent {
 PbrDelivery::PbrDelivery( const Parts & parts, const StreamOptions & options )
    : counters_( parts.counters ),
      options_( options ),
-     fanout_( Lumo::makeNode< PbrFanout >( parts.scheduler, allDeliveredBy( parts.counters ) ) ),
+     fanout_( Lumo::makeNode< PbrFanout >( parts.scheduler, parts.counters ) ),
      lines_( *fanout_, parts.clients, Oru::steadyClock(), parts.format, parts.output ),
      streams_( *fanout_, parts.clients, options, Oru::steadyClock() ),
      ticks_( parts.loop.context() ),

@@ -7,10 +7,18 @@
 
 namespace VeloAgent {
 
+namespace {
+
+bool scanDone( const VeloSdkRpc::PbrPolicyCountersMgr & mgr ) {
+   const auto & machine = mgr.pbrCountersBacklogSm();
+   return machine && machine->initialScanDone();
+}
+
+} // namespace
+
 PbrFanout::PbrFanout( const Lumo::Ptr< Oru::TaskScheduler > & scheduler,
-                      std::function< bool() > allDelivered )
-   : task_( Lumo::makeNode< Oru::Task >( scheduler, kPriority, "PbrClientStreams" ) ),
-     allDelivered_( std::move( allDelivered ) ) {
+                      const VeloSdkRpc::PbrPolicyCountersMgr & mgr )
+   : task_( Lumo::makeNode< Oru::Task >( scheduler, kPriority, "PbrClientStreams" ) ), mgr_( mgr ) {
    Lumo::subscriptionIs( task_->publisher(), onRun_, true );
 }
 
@@ -33,9 +41,18 @@ void PbrFanout::appendItem( const VeloSdkRpc::PbrCounters & record,
 
 void PbrFanout::push() { wakeUp(); }
 
+/// A short key is novel until its class was delivered, and they are given out in order.
 bool PbrFanout::complete() const {
-   if ( !complete_ ) { complete_ = allDelivered_(); }
+   if ( complete_ || !scanDone( mgr_ ) ) { return complete_; }
+   const auto & table = *mgr_.shortKeys();
+   if ( !lastOfScan_ ) { lastOfScan_ = table.nextKey(); }
+   const auto undelivered = table.novelKey().checkedIterator();
+   complete_ = !undelivered || undelivered->fwkKey() > *lastOfScan_;
    return complete_;
+}
+
+bool PbrFanout::allDelivered() const {
+   return scanDone( mgr_ ) && mgr_.backlog()->backlog().empty();
 }
 
 void PbrFanout::followerIs( PbrFollower & follower ) {
@@ -64,13 +81,6 @@ void PbrFanout::composingRun( Lumo::Publisher *, Lumo::Subscriber *, short attri
       }
    }
    if ( unfinished ) { task_->scheduleTask(); }
-}
-
-std::function< bool() > allDeliveredBy( const VeloSdkRpc::PbrPolicyCountersMgr & mgr ) {
-   return [&mgr] {
-      const auto & machine = mgr.pbrCountersBacklogSm();
-      return machine && machine->initialScanDone() && mgr.backlog()->backlog().empty();
-   };
 }
 
 } // namespace VeloAgent

@@ -18,7 +18,7 @@
 #include "agent/stream/PbrClientKeys.h"
 
 #include <cstdint>
-#include <functional>
+#include <optional>
 #include <vector>
 
 namespace VeloSdkRpc {
@@ -52,9 +52,9 @@ class PbrFanout final : public VeloSdkRpc::PbrCountersFrontend {
    /// As urgent as the task that drains the library's backlog: the two take turns.
    static constexpr Oru::TaskPriority kPriority = 3;
 
-   /// `allDelivered` tells whether everything that exists has been delivered.
+   /// To watch `mgr`, which outlives this.
    PbrFanout( const Lumo::Ptr< Oru::TaskScheduler > & scheduler,
-              std::function< bool() > allDelivered );
+              const VeloSdkRpc::PbrPolicyCountersMgr & mgr );
    ~PbrFanout() override;
 
    void appendItem( const VeloSdkRpc::PbrCounters & record,
@@ -62,10 +62,13 @@ class PbrFanout final : public VeloSdkRpc::PbrCountersFrontend {
    void push() override;
 
    const PbrLatest & latest() const { return latest_; }
-   /// Whether `latest` holds all that exists, or once did and lags behind by changes only.
+   /// Whether every class that the library's first scan has found was delivered, be it with
+   /// counters that have changed since: `latest` lags behind by changes only, however many these
+   /// are. From then on it stays so.
    bool complete() const;
-   /// Whether `latest` holds all that exists, changes too.
-   bool allDelivered() const { return allDelivered_(); }
+   /// Whether `latest` holds all that exists, changes too. Under changes that never pause it may
+   /// never be so.
+   bool allDelivered() const;
 
    /// The keys of a client who begins now.
    PbrClientKeys keysOfNewClient( PbrClientKeys::KeepLongKeys keep ) const {
@@ -84,16 +87,17 @@ class PbrFanout final : public VeloSdkRpc::PbrCountersFrontend {
                       const void * );
 
    const Lumo::Ptr< Oru::Task > task_;
-   const std::function< bool() > allDelivered_;
+   const VeloSdkRpc::PbrPolicyCountersMgr & mgr_;
+   /// @name What complete() has found so far
+   /// @{
+   mutable std::optional< std::uint64_t > lastOfScan_; ///< No short key of the scan is larger.
    mutable bool complete_ = false;
+   /// @}
    PbrLatest latest_;
    std::uint64_t lastKey_ = 0; ///< The largest that was ever delivered.
    std::vector< PbrFollower * > followers_;
    std::size_t next_ = 0; ///< Whose turn it is.
    Lumo::MemberSubscriber< PbrFanout, &PbrFanout::composingRun > onRun_{ this };
 };
-
-/// For a fan-out that watches `mgr`, which outlives it.
-std::function< bool() > allDeliveredBy( const VeloSdkRpc::PbrPolicyCountersMgr & mgr );
 
 } // namespace VeloAgent

@@ -40,6 +40,8 @@ void PbrStream::resume( PbrCall & call, std::uint64_t sequence ) {
          keys_.untell( told.shortKey, told.first, told.gone );
       } );
       keys_.tellAgain();
+      // For the next batch to find out.
+      batchOfAll_ = knowsAll_ = false;
    }
    if ( inSyncAt_ > sequence ) { inSyncAt_ = 0; }
    attach( call, Opening::resumed );
@@ -58,12 +60,12 @@ bool PbrStream::ready() const {
 void PbrStream::compose( Oru::Task & task ) {
    if ( opening_ != Opening::done ) {
       writeOpened();
-   } else if ( keys_.hasNews() ) {
-      writeBatch( task );
-   } else {
+   } else if ( inSyncIsDue() ) {
       call_.message().mutable_in_sync();
       write();
       inSyncAt_ = undo_.last();
+   } else {
+      writeBatch( task );
    }
 }
 
@@ -91,11 +93,13 @@ void PbrStream::writeBatch( Oru::Task & task ) {
    std::size_t records = 0;
    std::size_t names = 0;
    const bool begun = keys_.inBatch();
+   if ( !begun ) { batchOfAll_ = fanout_.complete(); }
    const bool ends = keys_.tell( [&]( const PbrNews & news ) {
       names += append( batch, news );
       return ++records < options_.recordsPerMessage && names < options_.namesPerMessage &&
              !task.taskShouldYield();
    } );
+   knowsAll_ = knowsAll_ || ( ends && batchOfAll_ );
    if ( records == 0 && !( begun && ends ) ) {
       call_.message().Clear();
       return;

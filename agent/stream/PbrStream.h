@@ -78,7 +78,12 @@ class PbrStream final : public PbrFollower, public WatchingClient, private Messa
    void ended() override { call_.over(); }
 
    void attach( PbrCall & call, Opening opening );
-   bool inSyncIsDue() const { return !inSyncAt_ && !keys_.hasNews() && fanout_.complete(); }
+   /// Between two batches, once the client knows every class. Changes that never pause do not put
+   /// it off.
+   bool inSyncIsDue() const {
+      return !inSyncAt_ && !keys_.inBatch() && ( knowsAll_ || !keys_.hasNews() ) &&
+             fanout_.complete();
+   }
    void writeOpened();
    void writeBatch( Oru::Task & task );
    std::size_t append( velo::rpc::v1::PbrCountersWatchResponse_Batch & batch,
@@ -96,6 +101,9 @@ class PbrStream final : public PbrFollower, public WatchingClient, private Messa
    Call call_;
    Opening opening_ = Opening::done;
    std::uint64_t inSyncAt_ = 0; ///< The message that said in_sync; 0: none has.
+   /// The batch in hand began when everything was there to be told, and so did one that has ended.
+   bool batchOfAll_ = false;
+   bool knowsAll_ = false;
    UndoLog undo_;
    bool closing_ = false;
 };

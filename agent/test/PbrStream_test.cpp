@@ -84,6 +84,45 @@ TEST_F( PbrStreamTest, InSyncWaitsUntilTheLibraryHasDeliveredAllThatExists ) {
    EXPECT_EQ( client.contents(), tree.contents() );
 }
 
+TEST_F( PbrStreamTest, InSyncDoesNotWaitUntilTheLibraryIsSilent ) {
+   addClasses( 50 );
+   loop.yieldsAfter( 4 ); // Five records a run, and then there are always more.
+   client.begins();
+   for ( std::uint64_t n = 1; !client.knows().inSync; ++n ) {
+      ASSERT_LT( n, 1000U );
+      for ( int c = 1; c <= 50; ++c ) { tree.count( "web", "c" + std::to_string( c ), n ); }
+      ASSERT_TRUE( loop.runOne() );
+      while ( client.takes() ) {}
+   }
+   EXPECT_THAT( client.knows().names, SizeIs( 50 ) );
+   EXPECT_FALSE( mgr.backlog()->backlog().empty() );
+}
+
+TEST_F( PbrStreamTest, InSyncDoesNotWaitUntilThereIsNothingToTell ) {
+   addClasses( 50 );
+   settle();
+   client.begins();
+   for ( std::uint64_t n = 1; !client.knows().inSync; ++n ) {
+      ASSERT_LT( n, 1000U );
+      for ( int c = 1; c <= 50; ++c ) { tree.count( "web", "c" + std::to_string( c ), n ); }
+      settle(); // Whatever the client takes now, more is there to be told.
+      client.takes();
+   }
+   EXPECT_THAT( client.knows().names, SizeIs( 50 ) );
+   settle( client );
+   EXPECT_EQ( client.contents(), tree.contents() );
+}
+
+TEST_F( PbrStreamTest, InSyncComesAlsoWhereTheScanEndsWithoutAPush ) {
+   addClasses( 3 );
+   loop.yieldsAfter( 0 );
+   client.begins();
+   settle( client );
+   passes( 1s );
+   settle( client );
+   EXPECT_TRUE( client.knows().inSync );
+}
+
 TEST_F( PbrStreamTest, WhatChangesDuringTheSnapshotIsToldBeforeInSync ) {
    addClasses( 50 );
    settle();

@@ -60,7 +60,7 @@ class RpcFixture : public testing::Test {
       WatchingClients clients;
       Inspection inspection{ managers, **scheduler, clients };
       const Lumo::Ptr< PbrFanout > pbrFanout =
-         Lumo::makeNode< PbrFanout >( *scheduler, allDeliveredBy( managers.pbrCounters() ) );
+         Lumo::makeNode< PbrFanout >( *scheduler, managers.pbrCounters() );
       PbrStreams pbrStreams;
       MplsStreams mplsStreams;
       const RpcServices services{ { .loop = loop,

@@ -57,8 +57,7 @@ class StreamWorld {
 
  public:
    VeloSdkRpc::PbrPolicyCountersMgr mgr{ &mounts_ };
-   const Lumo::Ptr< PbrFanout > fanout =
-      Lumo::makeNode< PbrFanout >( loop.scheduler(), allDeliveredBy( mgr ) );
+   const Lumo::Ptr< PbrFanout > fanout = Lumo::makeNode< PbrFanout >( loop.scheduler(), mgr );
    WatchingClients clients;
    PbrStreams streams{ *fanout, clients, options, clock };
 };
