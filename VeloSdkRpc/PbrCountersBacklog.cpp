@@ -1,5 +1,6 @@
 #include "VeloSdkRpc/PbrCountersBacklog.h"
 
+#include "VeloSdkRpc/detail/RunWitness.h"
 #include "VeloSdkRpc/detail/ShortKeyMemo.h"
 
 namespace VeloSdkRpc {
@@ -134,17 +135,22 @@ void PbrCountersBacklog::process( const Lumo::Ptr< Oru::Task > & task ) {
    const Lumo::Ptr self( this );
    const Lumo::Ptr< Oru::Task > running = task;
    const std::uint64_t taken = backlog_.size();
+   const detail::WitnessedRun steps( *this );
    const auto outdated = [this, filings = filings_] { return filings_ != filings; };
+   const auto ended = [&]( const QuonLumo::MiBacklogProgress & progress, bool broke ) {
+      steps.ended( progress, broke );
+      runAccounted( taken, outdated(), progress );
+      runReported( running, progress );
+   };
    const QuonLumo::MiBacklogProgress progress = QuonLumo::Impl::_processBacklog(
-      backlog_, bookmark_, [&] { return running && running->taskShouldYield(); },
-      [this]( std::uint64_t shortKey, const PbrCounters & c ) { processItem( shortKey, c ); },
-      outdated,
-      [&]( const QuonLumo::MiBacklogProgress & broken ) {
-         runAccounted( taken, outdated(), broken );
-         runReported( running, broken );
-      } );
-   runAccounted( taken, outdated(), progress );
-   runReported( running, progress );
+      backlog_, bookmark_, [&] { return steps.asked( running && running->taskShouldYield() ); },
+      [&]( std::uint64_t shortKey, const PbrCounters & c ) {
+         steps.item( shortKey, c );
+         processItem( shortKey, c );
+      },
+      [&] { return steps.askedIfOutdated( outdated() ); },
+      [&]( const QuonLumo::MiBacklogProgress & broken ) { ended( broken, true ); } );
+   ended( progress, false );
    if ( const Lumo::Ptr< PbrCountersFrontend > consumer = frontend_ ) { consumer->push(); }
    LUMO_TRACE( trace(), 7, "EnqueueMessages Progress {}", progress );
 }

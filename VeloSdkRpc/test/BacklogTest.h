@@ -12,6 +12,7 @@
 #include "VeloSdkRpc/PbrCountersBacklog.h"
 #include "VeloSdkRpc/test/Consumers.h"
 #include "VeloSdkRpc/test/Loop.h"
+#include "VeloSdkRpc/test/RunsConform.h"
 
 namespace VeloSdkRpc::test {
 
@@ -66,6 +67,7 @@ class BacklogTest : public testing::Test {
    }
    void watch() { backlog->frontendIs( consumer ); }
 
+   const RunsConform runsConform;
    Loop loop;
    const Lumo::Ptr< PbrCountersKeyCompressionTable > table = PbrCountersKeyCompressionTableIs();
    Lumo::Ptr< PbrCountersBacklog > backlog = PbrCountersBacklogIs( table );

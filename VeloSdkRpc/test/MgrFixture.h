@@ -11,6 +11,7 @@
 #include "VeloSdkRpc/test/Consumers.h"
 #include "VeloSdkRpc/test/CountersTree.h"
 #include "VeloSdkRpc/test/Loop.h"
+#include "VeloSdkRpc/test/RunsConform.h"
 
 namespace VeloSdkRpc::test {
 
@@ -45,6 +46,7 @@ class MgrFixture : public testing::Test {
       return Lumo::makeNode< RecordingConsumer >();
    }
 
+   const RunsConform runsConform;
    Loop loop;
    CountersTree tree;
    const Lumo::Ptr< Keldb::EntityManager > entities = Lumo::makeNode< Keldb::EntityManager >();

@@ -16,6 +16,7 @@
 #include "VeloSdkRpc/test/Consumers.h"
 #include "VeloSdkRpc/test/Loop.h"
 #include "VeloSdkRpc/test/NaiveBacklog.h"
+#include "VeloSdkRpc/test/RunConformance.h"
 
 namespace VeloSdkRpc::test {
 namespace {
@@ -312,12 +313,14 @@ TEST( BacklogRunProperty, AgreesWithANaiveBacklogWhateverConsumersDo ) {
                                         Verb::makeNovel, Verb::join,  Verb::fail,
                                         Verb::withdraw,  Verb::leave, Verb::fileAnew };
    EXPECT_TRUE( rc::check( [&] {
+      const RunConformance runs;
       Loop loop;
       RealStream real;
       NaiveStream naive;
       for ( const Step & step : *scripts( outside, inside, 20 ) ) {
          const State seen = real.run( step, loop );
          const State expected = naive.run( step );
+         require( runs.difference().empty() );
          require( seen.heard == expected.heard );
          require( seen.pending == expected.pending );
          require( seen.novel == expected.novel );

@@ -14,6 +14,7 @@
 #include "VeloSdkRpc/test/Consumers.h"
 #include "VeloSdkRpc/test/CountersTree.h"
 #include "VeloSdkRpc/test/Loop.h"
+#include "VeloSdkRpc/test/RunConformance.h"
 
 /// A whole stream - tree, manager, loop, consumers that do anything - and a ledger of what is owed
 /// to whom, compared with it at every step.
@@ -270,6 +271,7 @@ class World {
          loop_.runOne();
       } catch ( const ConsumerBroke & ) {}
       owed_.merge( std::exchange( inHand_, {} ) );
+      require( runs_.difference().empty() );
       checkPending();
    }
 
@@ -370,6 +372,7 @@ class World {
       require( novel == novel_ );
    }
 
+   RunConformance runs_;
    Loop loop_;
    CountersTree tree_;
    const Lumo::Ptr< QuonSharedMem::EntityManager > shared_ =
