@@ -159,6 +159,7 @@ Agent::Agent( const Options & options, const StopSignals & stopSignals, int outp
      readiness_( Lumo::makeNode< Readiness >( [this] { ready(); } ) ) {
    loop_.whenReadable( stopSignals.fd(), [this] { end(); } );
    if ( options.maxRecords ) {
+                  .resyncPatience = options.stream.stallTime,
       delivery_.lines().maxRecordsAre( *options.maxRecords, [this] { end(); } );
    }
 }

@@ -21,7 +21,9 @@ class LinkWeights {
    using Values = std::vector< v1::BgpLinkWeight >;
    using Interfaces = std::vector< velo::intf_id_t >;
 
-   explicit LinkWeights( VeloSdkRpc::bgp_link_weight_mgr & manager ) : manager_( manager ) {}
+   LinkWeights( VeloSdkRpc::bgp_link_weight_mgr & manager,
+                std::chrono::milliseconds resyncPatience )
+      : patience( resyncPatience ), manager_( manager ) {}
 
    /// Every interface may have any weight.
    template< typename AnyRequest >
@@ -58,7 +60,8 @@ class LinkWeights {
    std::size_t size() const { return members().size(); }
    void resyncInit() { manager_.link_weight_resync_init(); }
    void resyncComplete() { manager_.link_weight_resync_complete(); }
-   bool resyncing = false;
+   const std::chrono::milliseconds patience;
+   ResyncCall< LinkWeights > * resyncing = nullptr;
 
  private:
    const Routing::Bgp::BgpLinkWeightSdkOverride::Entries::Members & members() const {
@@ -76,8 +79,9 @@ using ParsedWeightCalls =
 class BgpLinkWeightsService final
    : public v1::BgpLinkWeights::WithRawCallbackMethod_Resync< ParsedWeightCalls > {
  public:
-   BgpLinkWeightsService( EventLoop & loop, VeloSdkRpc::bgp_link_weight_mgr & manager )
-      : loop_( loop ), weights_( manager ) {}
+   BgpLinkWeightsService( EventLoop & loop, VeloSdkRpc::bgp_link_weight_mgr & manager,
+                          std::chrono::milliseconds resyncPatience )
+      : loop_( loop ), weights_( manager, resyncPatience ) {}
 
  private:
    grpc::ServerUnaryReactor * Set( grpc::CallbackServerContext * context,
@@ -117,8 +121,9 @@ class BgpLinkWeightsService final
 } // namespace
 
 std::unique_ptr< grpc::Service >
-makeBgpLinkWeightsService( EventLoop & loop, VeloSdkRpc::bgp_link_weight_mgr & manager ) {
-   return std::make_unique< BgpLinkWeightsService >( loop, manager );
+makeBgpLinkWeightsService( EventLoop & loop, VeloSdkRpc::bgp_link_weight_mgr & manager,
+                           std::chrono::milliseconds resyncPatience ) {
+   return std::make_unique< BgpLinkWeightsService >( loop, manager, resyncPatience );
 }
 
 } // namespace VeloAgent

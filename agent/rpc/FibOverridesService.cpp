@@ -25,7 +25,8 @@ class Overrides {
    using Values = std::vector< FibOverrideVia >;
    using Matchers = std::vector< FibOverrideViaMatcher >;
 
-   explicit Overrides( VeloSdkRpc::fib_override_mgr & manager ) : manager_( manager ) {}
+   Overrides( VeloSdkRpc::fib_override_mgr & manager, std::chrono::milliseconds resyncPatience )
+      : patience( resyncPatience ), manager_( manager ) {}
 
    template< typename AnyRequest >
    static Values valuesFrom( const AnyRequest & request ) {
@@ -61,7 +62,8 @@ class Overrides {
    std::size_t size() const { return members().size(); }
    void resyncInit() { manager_.via_override_resync_init(); }
    void resyncComplete() { manager_.via_override_resync_complete(); }
-   bool resyncing = false;
+   const std::chrono::milliseconds patience;
+   ResyncCall< Overrides > * resyncing = nullptr;
 
  private:
    static constexpr const char * kField = "overrides";
@@ -83,8 +85,9 @@ using ParsedOverrideCalls = v1::FibOverrides::WithCallbackMethod_Set<
 class FibOverridesService final
    : public v1::FibOverrides::WithRawCallbackMethod_Resync< ParsedOverrideCalls > {
  public:
-   FibOverridesService( EventLoop & loop, VeloSdkRpc::fib_override_mgr & manager )
-      : loop_( loop ), manager_( manager ), overrides_( manager ) {}
+   FibOverridesService( EventLoop & loop, VeloSdkRpc::fib_override_mgr & manager,
+                        std::chrono::milliseconds resyncPatience )
+      : loop_( loop ), manager_( manager ), overrides_( manager, resyncPatience ) {}
 
  private:
    grpc::ServerUnaryReactor * Set( grpc::CallbackServerContext * context,
@@ -149,9 +152,10 @@ class FibOverridesService final
 
 } // namespace
 
-std::unique_ptr< grpc::Service > makeFibOverridesService( EventLoop & loop,
-                                                          VeloSdkRpc::fib_override_mgr & manager ) {
-   return std::make_unique< FibOverridesService >( loop, manager );
+std::unique_ptr< grpc::Service >
+makeFibOverridesService( EventLoop & loop, VeloSdkRpc::fib_override_mgr & manager,
+                         std::chrono::milliseconds resyncPatience ) {
+   return std::make_unique< FibOverridesService >( loop, manager, resyncPatience );
 }
 
 } // namespace VeloAgent

@@ -2,6 +2,7 @@
 
 #pragma once
 
+#include <chrono>
 #include <memory>
 
 namespace VeloSdkRpc {
@@ -15,8 +16,10 @@ namespace VeloAgent {
 
 class EventLoop;
 
-/// `loop` and `manager`, which is mounted before the first call, outlive the server.
-std::unique_ptr< grpc::Service > makeFibOverridesService( EventLoop & loop,
-                                                          VeloSdkRpc::fib_override_mgr & manager );
+/// `loop` and `manager`, which is mounted before the first call, outlive the server. A resync that
+/// was silent for `resyncPatience` gives way to another client's.
+std::unique_ptr< grpc::Service >
+makeFibOverridesService( EventLoop & loop, VeloSdkRpc::fib_override_mgr & manager,
+                         std::chrono::milliseconds resyncPatience );
 
 } // namespace VeloAgent

@@ -13,6 +13,9 @@
 /// Abandoned means that nothing is removed: the manager stays within its bracket, where it does
 /// what it is told as it does outside, and the next one to begin starts over.
 ///
+/// One at a time; but a client that has said nothing for as long as people have patience gives way
+/// when another one comes, or its hanging would keep all others out.
+///
 /// Two ends of a stream look the same to whoever reads: the client has sent all, or it broke. What
 /// tells them apart is that a stream that broke takes nothing any more, so the server's initial
 /// metadata are sent at the end. And since a message that cannot be parsed would look like an end
@@ -26,11 +29,11 @@
 #include "agent/EventLoop.h"
 #include "agent/rpc/BadRequest.h"
 
+#include <chrono>
 #include <cstdint>
 #include <grpcpp/impl/codegen/proto_utils.h>
 #include <grpcpp/support/byte_buffer.h>
 #include <grpcpp/support/server_callback.h>
-#include <utility>
 
 namespace VeloAgent {
 
@@ -41,7 +44,8 @@ namespace VeloAgent {
 ///    set( values )               all of it or nothing. Errors: BadRequest
 ///    size()                      how many elements there are
 ///    resyncInit(), resyncComplete()
-///    bool resyncing              whose call is in progress has set it
+///    patience                    how long a call may be silent while another one is there
+///    ResyncCall * resyncing      the call in progress; null: none
 template< typename Table >
 class ResyncCall final : public grpc::ServerReadReactor< grpc::ByteBuffer > {
  public:
@@ -56,30 +60,37 @@ class ResyncCall final : public grpc::ServerReadReactor< grpc::ByteBuffer > {
    ResyncCall( EventLoop & loop, Table & table, grpc::ByteBuffer & response )
       : loop_( loop ), table_( table ), response_( response ) {}
 
+   using Clock = std::chrono::steady_clock;
+
    // gRPC's threads ------------------------------------------------------------------------------
 
-   void OnReadDone( bool message ) override {
-      if ( !message ) { return StartSendInitialMetadata(); }
-      loop_.post( [this, read = read()] { received( read ); } );
+   void OnReadDone( bool more ) override {
+      if ( !more ) {
+         return loop_.post( [this] { allRead(); } );
+      }
+      loop_.post( [this, message = parsed()] { received( message ); } );
    }
    void OnSendInitialMetadataDone( bool clientIsThere ) override {
       loop_.post( [this, clientIsThere] { ended( clientIsThere ); } );
    }
-   void OnDone() override { delete this; }
+   /// Behind whatever else the loop was told.
+   void OnDone() override {
+      loop_.post( [this] { delete this; } );
+   }
 
-   struct Read {
+   struct Message {
       grpc::Status status;
       typename Table::Values values;
    };
-   Read read() {
-      Read read;
+   Message parsed() {
+      Message message;
       ++messages_;
-      read.status = checked( [&] {
+      message.status = checked( [&] {
          typename Table::Request request;
          if ( !parse( request ) ) { throw BadRequest( "cannot be parsed" ); }
-         read.values = Table::valuesFrom( request );
+         message.values = Table::valuesFrom( request );
       } );
-      return read;
+      return message;
    }
    bool parse( typename Table::Request & request ) {
       return grpc::SerializationTraits< typename Table::Request >::Deserialize( &message_,
@@ -90,23 +101,46 @@ class ResyncCall final : public grpc::ServerReadReactor< grpc::ByteBuffer > {
    // Event loop ----------------------------------------------------------------------------------
 
    void begun() {
-      if ( std::exchange( table_.resyncing, true ) ) {
+      if ( table_.resyncing && !table_.resyncing->givesWay() ) {
          return Finish( { grpc::StatusCode::ABORTED,
                           "another client's resync is in progress; try again when it is over" } );
       }
+      table_.resyncing = this;
       table_.resyncInit();
+      read();
+   }
+
+   void read() {
+      heardAt_ = Clock::now();
       StartRead( &message_ );
    }
 
-   void received( const Read & read ) {
+   /// Ends in favour of another, if it was silent for too long.
+   bool givesWay() {
+      using std::chrono::milliseconds;
+      const auto silence = std::chrono::duration_cast< milliseconds >( Clock::now() - heardAt_ );
+      if ( silence < table_.patience ) { return false; }
+      end( { grpc::StatusCode::ABORTED,
+             fmt::format( "nothing was sent for {} ms, and another client's resync has begun",
+                          silence.count() ) } );
+      return true;
+   }
+
+   void received( const Message & message ) {
+      if ( over_ ) { return; }
       const grpc::Status status =
-         read.status.ok() ? checked( [&] { table_.set( read.values ); } ) : read.status;
+         message.status.ok() ? checked( [&] { table_.set( message.values ); } ) : message.status;
       if ( !status.ok() ) { return end( status ); }
-      set_ += read.values.size();
-      StartRead( &message_ );
+      set_ += message.values.size();
+      read();
+   }
+
+   void allRead() {
+      if ( !over_ ) { StartSendInitialMetadata(); }
    }
 
    void ended( bool clientIsThere ) {
+      if ( over_ ) { return; }
       if ( !clientIsThere ) { return end( grpc::Status::CANCELLED ); }
       const std::size_t before = table_.size();
       const grpc::Status status = statusOf( [&] { table_.resyncComplete(); } );
@@ -120,7 +154,8 @@ class ResyncCall final : public grpc::ServerReadReactor< grpc::ByteBuffer > {
    }
 
    void end( const grpc::Status & status ) {
-      table_.resyncing = false;
+      over_ = true;
+      table_.resyncing = nullptr;
       Finish( status );
    }
 
@@ -139,6 +174,8 @@ class ResyncCall final : public grpc::ServerReadReactor< grpc::ByteBuffer > {
    grpc::ByteBuffer message_;
    std::uint64_t messages_ = 0; ///< Read so far.
    std::uint64_t set_ = 0;
+   Clock::time_point heardAt_;
+   bool over_ = false; ///< What was begun and ends now ends in vain.
 };
 
 } // namespace VeloAgent

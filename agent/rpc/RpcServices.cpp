@@ -23,8 +23,10 @@ void keepGrpcUp() { [[maybe_unused]] static const bool once = ( grpc_init(), tru
 
 RpcServices::RpcServices( const Parts & parts ) {
    keepGrpcUp();
-   services_.push_back( makeBgpLinkWeightsService( parts.loop, parts.managers.linkWeights() ) );
-   services_.push_back( makeFibOverridesService( parts.loop, parts.managers.fibOverrides() ) );
+   services_.push_back(
+      makeBgpLinkWeightsService( parts.loop, parts.managers.linkWeights(), parts.resyncPatience ) );
+   services_.push_back(
+      makeFibOverridesService( parts.loop, parts.managers.fibOverrides(), parts.resyncPatience ) );
    services_.push_back( makeIntrospectionService( parts.loop, parts.inspection ) );
    services_.push_back( makeMplsRouteProgrammingService( parts.loop, parts.mplsStreams ) );
    services_.push_back( makePbrCountersService( parts.loop, parts.managers.pbrCounters(),

@@ -8,6 +8,7 @@
 
 #pragma once
 
+#include <chrono>
 #include <memory>
 #include <vector>
 
@@ -37,6 +38,8 @@ class RpcServices {
       PbrStreams & pbrStreams;
       MplsStreams & mplsStreams;
       const Inspection & inspection;
+      /// A resync that was silent for so long gives way to another client's.
+      std::chrono::milliseconds resyncPatience;
       Recorder * recorder = nullptr; ///< Null: nobody writes down what is published.
    };
 

@@ -41,6 +41,8 @@ Weights numbered( std::uint64_t from, std::uint64_t to, std::uint32_t weight = 1
 
 class BgpLinkWeights : public RpcFixture {
  protected:
+   using RpcFixture::RpcFixture;
+
    grpc::Status set( const Weights & weights ) {
       v1::BgpLinkWeightsSetResponse response;
       return call( *stub, &Stub::Set, with< v1::BgpLinkWeightsSetRequest >( weights ), response );
@@ -334,6 +336,36 @@ TEST_F( BgpLinkWeights, OneResyncAtATime ) {
 
    Resync third( *stub, &Stub::Resync );
    EXPECT_TRUE( third.end().ok() );
+}
+
+/// Where nobody may keep others waiting.
+class ImpatientBgpLinkWeights : public BgpLinkWeights {
+ protected:
+   ImpatientBgpLinkWeights()
+      : BgpLinkWeights( StreamOptions{ .stallTime = std::chrono::milliseconds( 1 ) } ) {}
+};
+
+TEST_F( ImpatientBgpLinkWeights, AResyncThatIsSilentForTooLongGivesWayToAnother ) {
+   ASSERT_TRUE( set( numbered( 0, 5 ) ).ok() );
+   Resync silent( *stub, &Stub::Resync );
+   silent.send( message( { { 1, 11 } } ) );
+   while ( list().at( 1 ) != 11 ) {}
+   const auto succeeds = [this] {
+      Resync other( *stub, &Stub::Resync );
+      other.send( message( { { 2, 12 } } ) );
+      return other.end().ok();
+   };
+   const auto end = deadline();
+   while ( !succeeds() ) { ASSERT_LT( std::chrono::system_clock::now(), end ); }
+   EXPECT_EQ( list(), ( Weights{ { 2, 12 } } ) );
+
+   const grpc::Status status = silent.finish();
+   EXPECT_EQ( status.error_code(), StatusCode::ABORTED );
+   EXPECT_THAT(
+      status.error_message(),
+      testing::MatchesRegex( "nothing was sent for [0-9]+ ms, and another client's resync "
+                             "has begun" ) );
+   EXPECT_EQ( list(), ( Weights{ { 2, 12 } } ) ) << "and it has removed nothing";
 }
 
 TEST_F( BgpLinkWeights, WhatAnotherClientSetsDuringAResyncStaysAndWhatItDeletesIsGone ) {

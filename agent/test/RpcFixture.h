@@ -42,7 +42,8 @@ class RpcFixture : public testing::Test {
    /// Only to be touched on the loop.
    struct Parts {
       Parts( const RpcServerOptions & options, const StreamOptions & streamOptions )
-         : pbrStreams( *pbrFanout, clients, streamOptions, Oru::steadyClock() ),
+         : resyncPatience( streamOptions.stallTime ),
+           pbrStreams( *pbrFanout, clients, streamOptions, Oru::steadyClock() ),
            mplsStreams( *scheduler, managers.mplsRoutes(), managers.nexthopGroups(), clients,
                         streamOptions, Oru::steadyClock() ),
            server( options, services.all() ) {
@@ -50,6 +51,7 @@ class RpcFixture : public testing::Test {
          mplsStreams.start();
       }
 
+      const std::chrono::milliseconds resyncPatience;
       ProcessScheduler scheduler;
       EventLoop loop{ *scheduler };
       const Lumo::Ptr< TreeWriter::Root > root = Lumo::makeNode< TreeWriter::Root >();
@@ -69,7 +71,8 @@ class RpcFixture : public testing::Test {
                                     .pbrFanout = *pbrFanout,
                                     .pbrStreams = pbrStreams,
                                     .mplsStreams = mplsStreams,
-                                    .inspection = inspection } };
+                                    .inspection = inspection,
+                                    .resyncPatience = resyncPatience } };
       RpcServer server;
    };
 
