@@ -14,11 +14,13 @@ constexpr const char * kClearLine = "\r\x1b[K";
 
 } // namespace
 
-Progress::Progress( const Streams & streams, std::string what, std::uint64_t total )
+Progress::Progress( const Streams & streams, std::string what, std::uint64_t total,
+                    std::function< Time() > now )
    : to_( streams.errIsTerminal ? &streams.err : nullptr ),
      what_( std::move( what ) ),
      total_( total ),
-     shownAt_( std::chrono::steady_clock::now() ) {}
+     now_( std::move( now ) ),
+     shownAt_( now_() ) {}
 
 Progress::~Progress() {
    if ( to_ ) { *to_ << kClearLine << std::flush; }
@@ -26,7 +28,7 @@ Progress::~Progress() {
 
 void Progress::doneIs( std::uint64_t done ) {
    if ( !to_ ) { return; }
-   const auto now = std::chrono::steady_clock::now();
+   const Time now = now_();
    if ( now - shownAt_ < kPace ) { return; }
    shownAt_ = now;
    *to_ << kClearLine << fmt::format( "{} {} of {}", what_, done, total_ ) << std::flush;

@@ -7,14 +7,18 @@
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <string>
 
 namespace VeloCtl {
 
 class Progress {
  public:
-   /// "WHAT 1000 of 50000"
-   Progress( const Streams & streams, std::string what, std::uint64_t total );
+   using Time = std::chrono::steady_clock::time_point;
+
+   /// "WHAT 1000 of 50000", by the time that `now` tells.
+   Progress( const Streams & streams, std::string what, std::uint64_t total,
+             std::function< Time() > now = std::chrono::steady_clock::now );
    /// Takes the line away.
    ~Progress();
    Progress( const Progress & ) = delete;
@@ -26,7 +30,8 @@ class Progress {
    std::ostream * const to_;
    const std::string what_;
    const std::uint64_t total_;
-   std::chrono::steady_clock::time_point shownAt_;
+   const std::function< Time() > now_;
+   Time shownAt_;
 };
 
 } // namespace VeloCtl
