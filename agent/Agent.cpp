@@ -29,14 +29,15 @@
 #include <iostream>
 #include <memory>
 #include <stdexcept>
+#include <unistd.h>
 
 namespace VeloAgent {
 
 namespace {
 
 std::unique_ptr< LineFormat > formatFor( const Options & options ) {
-   if ( options.format == OutputFormat::text ) { return std::make_unique< TextLineFormat >(); }
-   return std::make_unique< JsonLineFormat >();
+   if ( options.format == OutputFormat::json ) { return std::make_unique< JsonLineFormat >(); }
+   return std::make_unique< TextLineFormat >();
 }
 
 void complain( const std::string & what ) {
@@ -92,6 +93,10 @@ class Agent final : public SourceListener {
    void sourceRecovered() override { tell( format_->sourceRecovered() ); }
    void noted( const std::string & what ) override { tell( format_->note( what ) ); }
    void tell( const std::string & line );
+   void outputFailed();
+   /// Whether there are lines; otherwise what is noted goes to standard error, and nobody minds
+   /// when it cannot.
+   bool writesLines() const { return options_.format != OutputFormat::none; }
 
    const Options & options_;
    const std::unique_ptr< LineFormat > format_;
@@ -127,7 +132,7 @@ Agent::Agent( const Options & options, const StopSignals & stopSignals, int outp
    : options_( options ),
      format_( formatFor( options ) ),
      loop_( *scheduler_ ),
-     output_( loop_, outputFd, [this] { end(); } ),
+     output_( loop_, writesLines() ? outputFd : STDERR_FILENO, [this] { outputFailed(); } ),
      root_( Lumo::makeNode< TreeWriter::Root >() ),
      managers_( root_ ),
      writer_( Lumo::makeNode< TreeWriter >(
@@ -140,7 +145,7 @@ Agent::Agent( const Options & options, const StopSignals & stopSignals, int outp
                   .scheduler = *scheduler_,
                   .counters = managers_.pbrCounters(),
                   .clients = clients_,
-                  .format = *format_,
+                  .format = writesLines() ? format_.get() : nullptr,
                   .output = output_ },
                 options.stream ),
      mplsStreams_( *scheduler_, managers_.mplsRoutes(), managers_.nexthopGroups(), clients_,
@@ -154,13 +159,13 @@ Agent::Agent( const Options & options, const StopSignals & stopSignals, int outp
                   .pbrStreams = delivery_.streams(),
                   .mplsStreams = mplsStreams_,
                   .inspection = inspection_,
+                  .resyncPatience = options.stream.stallTime,
                   .recorder = recorder_.get() } ),
      serviceManager_( loop_ ),
      readiness_( Lumo::makeNode< Readiness >( [this] { ready(); } ) ) {
    loop_.whenReadable( stopSignals.fd(), [this] { end(); } );
    if ( options.maxRecords ) {
-                  .resyncPatience = options.stream.stallTime,
-      delivery_.lines().maxRecordsAre( *options.maxRecords, [this] { end(); } );
+      delivery_.lines()->maxRecordsAre( *options.maxRecords, [this] { end(); } );
    }
 }
 
@@ -262,6 +267,10 @@ void Agent::tell( const std::string & line ) {
    output_.flush();
 }
 
+void Agent::outputFailed() {
+   if ( writesLines() ) { end(); }
+}
+
 void Agent::run() {
    std::exception_ptr failure;
    try {
@@ -273,7 +282,7 @@ void Agent::run() {
       loop_.run();
    }
    if ( failure ) { std::rethrow_exception( failure ); }
-   if ( output_.error() != 0 ) {
+   if ( writesLines() && output_.error() != 0 ) {
       throw std::runtime_error( std::string( "cannot write to standard output: " ) +
                                 std::strerror( output_.error() ) );
    }

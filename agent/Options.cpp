@@ -30,8 +30,10 @@ constexpr std::array< OptionsParser::Word< SourceKind >, 3 > kSources = {
    { { "synthetic", SourceKind::synthetic },
      { "nftables", SourceKind::nftables },
      { "none", SourceKind::none } } };
-constexpr std::array< OptionsParser::Word< OutputFormat >, 2 > kFormats = {
-   { { "json", OutputFormat::json }, { "text", OutputFormat::text } } };
+constexpr std::array< OptionsParser::Word< OutputFormat >, 3 > kFormats = {
+   { { "json", OutputFormat::json },
+     { "text", OutputFormat::text },
+     { "none", OutputFormat::none } } };
 
 constexpr std::uint64_t kMostClasses = 10'000'000;
 constexpr std::uint64_t kMostMilliseconds = 1'000ULL * 3600 * 24 * 365;
@@ -75,8 +77,10 @@ class AgentOptions {
       parser_.choice( "--source",
                       "Where the counters come from (synthetic); none: from RPC clients only",
                       options_.source, kSources );
-      parser_.choice( "--format", "Lines for programs or for people (json)", options_.format,
-                      kFormats );
+      parser_.choice( "--format",
+                      "Lines for programs or for people (json); none: no lines, and what is to be "
+                      "noted goes to standard error",
+                      options_.format, kFormats );
       parser_.number(
          "--duration", "MS", "End by itself after this time", 1, kMostMilliseconds,
          [this]( std::uint64_t n ) { options_.duration = std::chrono::milliseconds( n ); } );
@@ -210,6 +214,9 @@ class AgentOptions {
    void checkTogether() const {
       checkSource();
       checkTls();
+      if ( options_.format == OutputFormat::none ) {
+         notGiven( { "--max-records" }, "--format json or text" );
+      }
    }
 
    void checkSource() const {

@@ -22,7 +22,8 @@ namespace VeloAgent {
 
 /// none: counters come from RPC clients only, as they may anyway.
 enum class SourceKind { synthetic, nftables, none };
-enum class OutputFormat { json, text };
+/// none: no lines; what is to be noted goes to standard error.
+enum class OutputFormat { json, text, none };
 
 struct Options {
    SourceKind source = SourceKind::synthetic;

@@ -10,10 +10,13 @@ PbrDelivery::PbrDelivery( const Parts & parts, const StreamOptions & options )
    : counters_( parts.counters ),
      options_( options ),
      fanout_( Lumo::makeNode< PbrFanout >( parts.scheduler, parts.counters ) ),
-     lines_( *fanout_, parts.clients, Oru::steadyClock(), parts.format, parts.output ),
      streams_( *fanout_, parts.clients, options, Oru::steadyClock() ),
      ticks_( parts.loop.context() ),
-     deadline_( parts.loop.context() ) {}
+     deadline_( parts.loop.context() ) {
+   if ( parts.format ) {
+      lines_.emplace( *fanout_, parts.clients, Oru::steadyClock(), *parts.format, parts.output );
+   }
+}
 
 void PbrDelivery::begin() {
    counters_.startWatching( fanout_ );
@@ -22,7 +25,7 @@ void PbrDelivery::begin() {
 
 void PbrDelivery::tick() {
    streams_.tick();
-   lines_.finishIfDone();
+   if ( lines_ ) { lines_->finishIfDone(); }
    ticks_.expires_after( streams_.tickTime() );
    ticks_.async_wait( EventLoop::locked( [this]( const std::error_code & error ) {
       if ( !error ) { tick(); }
@@ -38,12 +41,13 @@ void PbrDelivery::end( std::function< void() > written ) {
       linesEnd();
    } ) );
    streams_.drain();
-   lines_.finish( [this] { linesEnd(); } );
    tick();
+   if ( !lines_ ) { return linesEnd(); }
+   lines_->finish( [this] { linesEnd(); } );
 }
 
 void PbrDelivery::linesEnd() {
-   lines_.stop();
+   if ( lines_ ) { lines_->stop(); }
    if ( const auto written = std::exchange( written_, {} ) ) { written(); }
 }
 

@@ -2,7 +2,7 @@
 /// passes on it.
 ///
 ///    manager ──► PbrFanout ──► PbrStreams   clients that call
-///                        └───► PbrLines     standard output
+///                        └───► PbrLines     standard output, if somebody wants it
 ///
 /// Owner      the agent; outlives the server
 /// Thread     event loop only
@@ -15,6 +15,7 @@
 
 #include <asio/steady_timer.hpp>
 #include <functional>
+#include <optional>
 
 namespace VeloAgent {
 
@@ -26,7 +27,7 @@ class PbrDelivery {
       const Lumo::Ptr< Oru::TaskScheduler > & scheduler;
       VeloSdkRpc::PbrPolicyCountersMgr & counters;
       WatchingClients & clients;
-      const LineFormat & format;
+      const LineFormat * format; ///< Of the lines; null: there are none.
       Output & output;
    };
 
@@ -36,12 +37,14 @@ class PbrDelivery {
    void begin();
 
    /// Everybody is sent what is pending, within the drain time, and the streams are closed. Calls
-   /// `written` once, when standard output has all its lines, or the time is over.
+   /// `written` once, when standard output has all its lines, or the time is over; at once where
+   /// there are none.
    void end( std::function< void() > written );
 
    PbrFanout & fanout() { return *fanout_; }
    PbrStreams & streams() { return streams_; }
-   PbrLines & lines() { return lines_; }
+   /// Null: nobody wants any.
+   PbrLines * lines() { return lines_ ? &*lines_ : nullptr; }
 
  private:
    void tick();
@@ -50,7 +53,7 @@ class PbrDelivery {
    VeloSdkRpc::PbrPolicyCountersMgr & counters_;
    const StreamOptions options_;
    const Lumo::Ptr< PbrFanout > fanout_;
-   PbrLines lines_;
+   std::optional< PbrLines > lines_;
    PbrStreams streams_;
    asio::steady_timer ticks_;
    asio::steady_timer deadline_;

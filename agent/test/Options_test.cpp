@@ -65,6 +65,12 @@ TEST( Options, WithoutASourceNoOptionOfASourceIsOfUse ) {
               "--table is of use only with --source nftables" );
 }
 
+TEST( Options, WithoutLinesThereAreNoRecordsToBeCounted ) {
+   EXPECT_EQ( optionsFrom( { "--format", "none" } ).format, OutputFormat::none );
+   EXPECT_EQ( complaintAbout( { "--format", "none", "--max-records", "1" } ),
+              "--max-records is of use only with --format json or text" );
+}
+
 TEST( Options, ATableNameMayHoldSlashesAndSpaces ) {
    EXPECT_EQ( optionsFrom( { "--source", "nftables", "--table", "ip/a/b; c" } ).table.name,
               "a/b; c" );
@@ -95,7 +101,7 @@ TEST( Options, HelpAndVersionAreAnswers ) {
                                  "--seed N",
                                  "--table FAMILY/NAME",
                                  "--interval MS",
-                                 "--format json|text",
+                                 "--format json|text|none",
                                  "--duration MS",
                                  "--max-records N",
                                  "--version",
@@ -126,7 +132,7 @@ TEST( Options, AWrongWordIsAnsweredWithTheRightOnes ) {
    EXPECT_EQ( complaintAbout( { "--source", "kernel" } ),
               "--source: \"kernel\" is not one of synthetic, nftables, none" );
    EXPECT_EQ( complaintAbout( { "--format", "xml" } ),
-              "--format: \"xml\" is not one of json, text" );
+              "--format: \"xml\" is not one of json, text, none" );
 }
 
 TEST( Options, AWrongNumberIsAnsweredWithItsRange ) {

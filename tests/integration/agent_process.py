@@ -71,7 +71,7 @@ class Agent:
         return self.wait()
 
     def until(self, condition, what):
-        """Waits until `condition(self)` holds; it is looked at after every line."""
+        """Waits until `condition(self)` holds; it is looked at after every line, also of complaints."""
         deadline = time.monotonic() + PATIENCE
         with self._changed:
             while not condition(self):
@@ -105,7 +105,9 @@ class Agent:
 
     def _listen(self):
         for text in self._process.stderr:
-            self.complaints.append(text.decode(errors="backslashreplace").rstrip("\n"))
+            with self._changed:
+                self.complaints.append(text.decode(errors="backslashreplace").rstrip("\n"))
+                self._changed.notify_all()
 
     def _take(self, record):
         """What a consumer does with a record; whatever does not fit together is a fault."""

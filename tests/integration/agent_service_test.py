@@ -119,6 +119,10 @@ class Configuration(Directory):
         self.assertEqual(run(PROGRAM, "--config", example, "--duration", "1", *listen)[0], 0)
         offered = [line[2:] for line in lines if re.match(r"# [a-z-]+ = ", line)]
         self.assertGreater(len(offered), 10)
+        help_text = " ".join(run(PROGRAM, "--help")[1].decode().split())
+        for name, value in re.findall(r"^# ([a-z-]+) = (\d+)$", "\n".join(lines), re.MULTILINE):
+            with self.subTest(default=name):
+                self.assertRegex(help_text, rf"--{name} [^()]*\({value}\)")
         for line in offered:
             with self.subTest(line=line):
                 config = self.file("one.conf", line)
@@ -174,6 +178,15 @@ class Recording(Directory):
             agent.until(lambda a: len(a.events("record")) > records + 100, "it went on")
             self.assertEqual(agent.ends_on(signal.SIGTERM), 0)
             self.assertEqual(len(agent.events("note")), 1)
+
+    def test_without_lines_it_is_told_on_standard_error(self):
+        with Agent(PROGRAM, *QUIET, "--format", "none", "--record", "/dev/full") as agent:
+            agent.until(lambda a: a.complaints, "it was told")
+            self.assertEqual(agent.ends_on(signal.SIGTERM), 0)
+            self.assertEqual(agent.complaints,
+                             ["!! recording to /dev/full has ended: No space left on device; what "
+                              "was recorded before can be replayed"])
+            self.assertEqual(agent.lines, [])
 
     def test_a_file_that_cannot_be_made_is_an_error_at_the_start(self):
         path = self.file("missing/recording")
