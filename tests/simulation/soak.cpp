@@ -76,7 +76,10 @@ class Soak {
    static std::string policyOf( std::uint64_t serial ) {
       return "policy" + std::to_string( serial % kPolicies );
    }
-   static std::string classOf( std::uint64_t serial ) { return "class" + std::to_string( serial ); }
+   /// All names are as long, so that they need the same memory for ever.
+   static std::string classOf( std::uint64_t serial ) {
+      return "class" + std::to_string( 1'000'000'000 + serial );
+   }
 
    void classComes() {
       tree_.addClass( policyOf( last_ ), classOf( last_ ), last_ );
