@@ -205,6 +205,7 @@ void World::stopWatching() {
    atStop_ = visible();
    sinceStart_ = sinceStart_ && stream_->scanned(); // Of the rest it will not be told.
    stream_->stop();
+   require( stream_->table().novelKey().empty(), "keys are novel though streaming has stopped" );
 }
 
 void World::streamIs( std::unique_ptr< Stream > stream ) {
