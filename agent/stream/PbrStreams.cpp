@@ -63,8 +63,6 @@ void PbrStreams::tick() {
    std::erase_if( streams_, [&]( const Streams::value_type & entry ) {
       entry.second->closeIfStuck();
       if ( draining_ ) { entry.second->closeWhenTold(); }
-      // The library's first scan may end without a push.
-      if ( entry.second->ready() ) { fanout_.wakeUp(); }
       const auto since = entry.second->awaySince();
       return since && now - *since >= options_.resumeTime;
    } );

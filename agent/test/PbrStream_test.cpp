@@ -113,16 +113,6 @@ TEST_F( PbrStreamTest, InSyncDoesNotWaitUntilThereIsNothingToTell ) {
    EXPECT_EQ( client.contents(), tree.contents() );
 }
 
-TEST_F( PbrStreamTest, InSyncComesAlsoWhereTheScanEndsWithoutAPush ) {
-   addClasses( 3 );
-   loop.yieldsAfter( 0 );
-   client.begins();
-   settle( client );
-   passes( 1s );
-   settle( client );
-   EXPECT_TRUE( client.knows().inSync );
-}
-
 TEST_F( PbrStreamTest, WhatChangesDuringTheSnapshotIsToldBeforeInSync ) {
    addClasses( 50 );
    settle();
