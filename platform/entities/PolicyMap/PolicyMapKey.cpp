@@ -25,7 +25,11 @@ void PolicyMapKey::frell_shmemify( void * dst, Frell::Manager * manager ) const 
 
 void PolicyMapKey::frell_defrell( const void * src,
                                   Frell::SMgr< QuonFrell::EntityBase > * reader ) {
-   nameIs( reader->string( Frell::imageAt< Image >( src ).name ) );
+   const Lumo::String name = reader->string( Frell::imageAt< Image >( src ).name );
+   if ( name.size() > Quon::kMaxStringLength ) {
+      throw Frell::CorruptImage( "a policy map's name is longer than a name may be" );
+   }
+   name_ = name;
 }
 
 void PolicyMapKey::frell_restart( Frell::WMgr< QuonFrell::EntityBase > * writer ) {

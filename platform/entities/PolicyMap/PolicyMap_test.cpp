@@ -66,6 +66,13 @@ TEST( PolicyMapKeyTest, ComesBackFromItsImage ) {
    EXPECT_EQ( manager.stringsHeld(), 0U );
 }
 
+TEST( PolicyMapKeyTest, AnImageThatRefersToALongerStringIsCorrupt ) {
+   Frell::Manager manager;
+   PolicyMapKey::Image image{};
+   manager.stringIs( image.name, kTooLong );
+   EXPECT_THROW( QuonFrell::imageValue< PolicyMapKey >( &image, manager ), Frell::CorruptImage );
+}
+
 using Watcher = Quon::test::EntityWatcher;
 
 class CountersDataTest : public testing::Test {
