@@ -29,7 +29,8 @@ class CallRefused : public std::runtime_error {
    grpc::StatusCode code_;
 };
 
-/// The status of the exception that is being handled. Only inside of a catch clause.
+/// The status of the exception that is being handled, of a text that is too long to be sent its
+/// beginning and its end. Only inside of a catch clause.
 grpc::Status statusOfCurrentException();
 
 /// Runs `handler` and tells how it went.

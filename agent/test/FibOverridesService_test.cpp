@@ -176,6 +176,21 @@ TEST_F( FibOverrides, WhatCannotBeReadIsNamedAndNothingIsSet ) {
       "matcher: nexthop_group has 65536 bytes; a name has at most 65535" );
 }
 
+TEST_F( FibOverrides, OfALongTextThatCannotBeReadTheBeginningAndTheEndAreTold ) {
+   v1::FibOverride spoilt = weighted( "10.0.0.0/8", 1 );
+   std::string longText;
+   while ( longText.size() < 100'000 ) { longText += "\u00e4"; }
+   spoilt.mutable_matcher()->mutable_via()->set_next_hop( longText );
+   const grpc::Status status = set( { spoilt } );
+   EXPECT_EQ( status.error_code(), StatusCode::INVALID_ARGUMENT );
+   EXPECT_THAT( status.error_message(),
+                testing::AllOf( testing::StartsWith( "overrides[0]: matcher: via: next_hop: " ),
+                                testing::HasSubstr( "\u00e4 ... \u00e4" ),
+                                testing::EndsWith( "192.0.2.1 and 2001:db8::1 would be such" ),
+                                testing::SizeIs( testing::Le( 1'010U ) ) ) );
+   EXPECT_THAT( list(), IsEmpty() );
+}
+
 TEST_F( FibOverrides, WhatMakesNoSenseIsNamedAndNothingIsSet ) {
    expectRefused( []( auto & o ) { o.clear_weight(); },
                   "a via override has a weight, a replacement or both" );
