@@ -48,10 +48,10 @@ std::optional< ListenAddress > listenAddressFrom( std::string_view text ) {
    std::string_view host = text.substr( 0, colon );
    if ( host.size() > 2 && host.front() == '[' && host.back() == ']' ) {
       host = host.substr( 1, host.size() - 2 );
-   } else if ( host.find_first_of( ":[]" ) != host.npos ) {
+   } else if ( host.find( ':' ) != host.npos ) {
       return std::nullopt;
    }
-   if ( !port || host.empty() ) { return std::nullopt; }
+   if ( !port || host.empty() || host.find_first_of( "[]" ) != host.npos ) { return std::nullopt; }
    return TcpAddress{ std::string( host ), *port };
 }
 

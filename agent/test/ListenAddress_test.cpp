@@ -18,7 +18,7 @@ TEST( ListenAddress, TheThreeFormsAreUnderstood ) {
 TEST( ListenAddress, WhatHasNoneOfTheFormsIsRefused ) {
    for ( const std::string wrong :
          { "", "unix:", "/run/a.sock", "host", "host:", ":1", "host:port", "host:65536", "host:-1",
-           "::1:50051", "[]:1", "[::1]", "None" } ) {
+           "::1:50051", "[]:1", "[[]:1", "[::1]]:1", "[::1]", "None" } ) {
       EXPECT_EQ( listenAddressFrom( wrong ), std::nullopt ) << wrong;
    }
    EXPECT_EQ( listenAddressFrom( std::string_view( "unix:/a\0b", 9 ) ), std::nullopt );
