@@ -22,6 +22,7 @@ struct Address {
 /// Of no family if it is none.
 Address addressFrom( const std::string & text ) {
    Address address;
+   if ( text.find( '\0' ) != text.npos ) { return address; } // It would end there for inet_pton.
    for ( const int family : { AF_INET, AF_INET6 } ) {
       if ( ::inet_pton( family, text.c_str(), address.bytes.data() ) == 1 ) {
          address.family = family;

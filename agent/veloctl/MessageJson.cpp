@@ -88,9 +88,16 @@ void readMessage( const Json & json, Message & message, const std::string & wher
    throw WrongUse( where.empty() ? what : where + ": " + what );
 }
 
+/// As it was written; not what is in a list or an object, be it however much and deep.
+std::string shown( const Json & given ) {
+   if ( given.is_array() && !given.empty() ) { return "[ ... ]"; }
+   if ( given.is_object() && !given.empty() ) { return "{ ... }"; }
+   return VeloAgent::lineOf( given );
+}
+
 [[noreturn]] void refuse( const std::string & where, const Json & given,
                           const std::string & right ) {
-   fail( where, fmt::format( "{} is not {}", VeloAgent::lineOf( given ), right ) );
+   fail( where, fmt::format( "{} is not {}", shown( given ), right ) );
 }
 
 std::uint64_t numberIn( const Json & json, std::uint64_t most, const std::string & where ) {
@@ -178,7 +185,8 @@ void readField( const Json & json, Message & message, const FieldDescriptor & fi
                               const std::string & where ) {
    std::vector< std::string > names;
    for ( int i = 0; i < type.field_count(); ++i ) { names.push_back( type.field( i )->name() ); }
-   fail( where, fmt::format( "there is no \"{}\" here, only {}", name, fmt::join( names, ", " ) ) );
+   fail( where, fmt::format( "there is no {} here, only {}", VeloAgent::lineOf( Json( name ) ),
+                             fmt::join( names, ", " ) ) );
 }
 
 /// The field that the member `name` is for. With `hex` when it gives the bytes as digits.

@@ -119,6 +119,16 @@ TEST( MessageJson, AnErrorNamesItsPlace ) {
               "file: deleted: 1 is not true or false" );
 }
 
+TEST( MessageJson, AnErrorIsOneShortLineWhateverIsWrong ) {
+   const std::string deep = std::string( 300'000, '[' ) + std::string( 300'000, ']' );
+   EXPECT_EQ( complaintAbout< FibOverride >( R"({"weight":)" + deep + "}" ),
+              "file: weight: [ ... ] is not a number from 0 to 4294967295" );
+   EXPECT_EQ( complaintAbout< FibOverridesSetRequest >( R"({"overrides":{"a":[1,2,3]}})" ),
+              "file: overrides: { ... } is not a list" );
+   EXPECT_EQ( complaintAbout< FibOverride >( R"({"matcher":{"a\nb":""}})" ),
+              R"(file: matcher: there is no "a\nb" here, only vrf, prefix, nexthop_group, via)" );
+}
+
 TEST( MessageJson, WhatHasNoPlaceIsRefused ) {
    EXPECT_EQ( complaintAbout< FibOverride >( R"({"matcher":{"prefx":""}})" ),
               R"(file: matcher: there is no "prefx" here, only vrf, prefix, nexthop_group, via)" );

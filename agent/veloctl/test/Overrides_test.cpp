@@ -146,7 +146,11 @@ TEST( Addresses, HaveOneForm ) {
 }
 
 TEST( Addresses, WhatIsNoneIsLeftToTheAgent ) {
-   for ( const std::string none : { "", "x", "10.0.0.0/33", "10.0.0.0/", "10.0.0/8", "::/129" } ) {
+   const std::string zeroByte( "192.0.2.1\0x/8", 13 );
+   for ( const std::string & none :
+         { std::string(), std::string( "x" ), std::string( "10.0.0.0/33" ),
+           std::string( "10.0.0.0/" ), std::string( "10.0.0/8" ), std::string( "::/129" ), zeroByte,
+           zeroByte.substr( 0, zeroByte.find( '/' ) ) } ) {
       EXPECT_EQ( normalAddress( none ), none );
       EXPECT_EQ( normalPrefix( none ), none );
    }
