@@ -50,7 +50,7 @@ TEST_P( Corpus, BreaksNothing ) {
 }
 
 INSTANTIATE_TEST_SUITE_P( Fuzz, Corpus, testing::ValuesIn( Target::all() ),
-                          []( const auto & info ) { return std::string( info.param->name ); } );
+                          []( const auto & target ) { return std::string( target.param->name ); } );
 
 } // namespace
 } // namespace Fuzz::test
