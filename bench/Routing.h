@@ -77,6 +77,7 @@ class LinkWeightMgr : public LinkWeightWork {
    void init() { mgr_.link_weight_resync_init(); }
    void complete() { mgr_.link_weight_resync_complete(); }
    std::size_t size() const { return mgr_.override()->bgpLinkWeightSdkOverrideEntry().size(); }
+   const Quon::PublishingEntity & configured() const { return *mgr_.override(); }
 
  private:
    RoutingDatabase database_;
@@ -92,10 +93,25 @@ class ViaOverrideMgr : public ViaOverrideWork {
    void init() { mgr_.via_override_resync_init(); }
    void complete() { mgr_.via_override_resync_complete(); }
    std::size_t size() const { return mgr_.config()->viaOverride().size(); }
+   const Quon::PublishingEntity & configured() const { return *mgr_.config(); }
 
  private:
    RoutingDatabase database_;
    VeloSdkRpc::fib_override_mgr mgr_{ &database_.mounts(), "bench" };
+};
+
+/// A manager whose configuration somebody watches who does nothing.
+template< class Mgr >
+class Watched : public Mgr {
+ public:
+   Watched() { this->configured().publisher()->subscriberAdd( slot_ ); }
+
+   bool isZombie() const { return false; }
+
+ private:
+   void changed( Lumo::Publisher *, Lumo::Subscriber *, short, const void *, const void * ) {}
+
+   Lumo::MemberSubscriber< Watched, &Watched::changed > slot_{ this };
 };
 
 /// The same by hand.

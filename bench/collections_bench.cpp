@@ -9,29 +9,15 @@
 #include <time.h>
 
 #include <algorithm>
-#include <random>
 #include <vector>
 
 #include <benchmark/benchmark.h>
 
 #include "CollectionsUnderTest.h"
+#include "Keys.h"
 
 namespace bench {
 namespace {
-
-template< class Kind >
-std::vector< typename Kind::Key > keysFrom( std::uint64_t first, std::uint64_t count ) {
-   std::vector< typename Kind::Key > keys;
-   for ( std::uint64_t n = 0; n < count; ++n ) { keys.push_back( Kind::key( first + n ) ); }
-   std::shuffle( keys.begin(), keys.end(), std::mt19937_64( 7 ) );
-   return keys;
-}
-
-template< class Collection, class Keys >
-void fill( Collection & collection, const Keys & keys ) {
-   const typename Collection::Value value{};
-   for ( const auto & key : keys ) { collection.insert( key, value ); }
-}
 
 /// The same number of operations for every size, in a new order each round.
 template< class State >
@@ -46,8 +32,7 @@ template< template< class > class Of, class Kind >
 void lookupHit( benchmark::State & state ) {
    Of< Kind > collection;
    fill( collection, keysFrom< Kind >( 0, sizeOf( state ) ) );
-   auto keys = keysFrom< Kind >( 0, sizeOf( state ) );
-   std::shuffle( keys.begin(), keys.end(), std::mt19937_64( 8 ) );
+   const auto keys = inAnotherOrder( keysFrom< Kind >( 0, sizeOf( state ) ) );
    for ( auto _ : state ) {
       for ( const auto & key : keys ) { benchmark::DoNotOptimize( collection.has( key ) ); }
    }
@@ -81,8 +66,7 @@ void insert( benchmark::State & state ) {
 template< template< class > class Of, class Kind >
 void erase( benchmark::State & state ) {
    const auto keys = keysFrom< Kind >( 0, sizeOf( state ) );
-   auto order = keys;
-   std::shuffle( order.begin(), order.end(), std::mt19937_64( 8 ) );
+   const auto order = inAnotherOrder( keys );
    for ( auto _ : state ) {
       state.PauseTiming();
       Of< Kind > collection;

@@ -1,7 +1,8 @@
 /// The routing configuration managers at 10^3, 10^5 and 10^6 entries.
 ///
 /// `ns` is per entry, in this thread's own time, `reference_ns` that of the same work by hand
-/// (Routing.h) in the same run, and `ratio` the first over the second.
+/// (Routing.h) in the same run, and `ratio` the first over the second. What is `Watched` has a
+/// subscriber that is told of every change; by hand nobody is told anything.
 
 #include <memory>
 #include <string>
@@ -149,6 +150,10 @@ void registerAll( const std::string & what, int entries, int rounds ) {
    for ( const auto & [entries, rounds] : roundsBySize ) {
       registerAll< Both< LinkWeightMgr, LinkWeightsByHand > >( "linkWeight", entries, rounds );
       registerAll< Both< ViaOverrideMgr, ViaOverridesByHand > >( "via", entries, rounds );
+      registerAll< Both< Watched< LinkWeightMgr >, LinkWeightsByHand > >( "linkWeightWatched",
+                                                                          entries, rounds );
+      registerAll< Both< Watched< ViaOverrideMgr >, ViaOverridesByHand > >( "viaWatched", entries,
+                                                                            rounds );
    }
    return true;
 }();
