@@ -8,7 +8,6 @@
 #include <fmt/format.h>
 
 #include "Quon/Exceptions.h"
-#include "Quon/HashState.h"
 
 namespace Ipnet {
 
@@ -61,14 +60,6 @@ void IpAddr::textIs( const Lumo::String & text ) {
       Quon::throwRangeException( fmt::format( "{} is written {}", text, canonical ) );
    }
    *this = addr;
-}
-
-std::uint64_t IpAddr::hash( unsigned seed ) const {
-   const Words both = words();
-   Quon::HashState state( seed );
-   state.mix( both.first ^ static_cast< std::uint64_t >( family_ ) );
-   if ( family_ == Family::v6 ) { state.mix( both.second ); }
-   return state.result();
 }
 
 std::ostream & operator<<( std::ostream & os, const IpAddr & addr ) {

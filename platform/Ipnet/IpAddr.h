@@ -11,6 +11,7 @@
 
 #include "Lumo/Export.h"
 #include "Lumo/String.h"
+#include "Quon/HashState.h"
 #include "Quon/Text.h"
 
 namespace Ipnet {
@@ -60,7 +61,13 @@ class VELO_PLATFORM_EXPORT IpAddr {
    friend std::strong_ordering operator<=>( const IpAddr &, const IpAddr & ) = default;
    friend VELO_PLATFORM_EXPORT std::ostream & operator<<( std::ostream & os, const IpAddr & addr );
 
-   std::uint64_t hash( unsigned seed ) const;
+   std::uint64_t hash( unsigned seed ) const {
+      const Words both = words();
+      Quon::HashState state( seed );
+      state.mix( both.first ^ static_cast< std::uint64_t >( family_ ) );
+      if ( family_ == Family::v6 ) { state.mix( both.second ); }
+      return state.result();
+   }
 
    static constexpr std::string_view kTypeName = "Ipnet::IpAddr";
    static constexpr auto attributes() {

@@ -7,7 +7,6 @@
 #include <fmt/format.h>
 
 #include "Quon/Exceptions.h"
-#include "Quon/HashState.h"
 
 namespace Ipnet {
 namespace {
@@ -68,13 +67,6 @@ void IpPrefix::textIs( const Lumo::String & text ) {
       Quon::throwRangeException( fmt::format( "{} is written {}", text, canonical ) );
    }
    *this = prefix;
-}
-
-std::uint64_t IpPrefix::hash( unsigned seed ) const {
-   Quon::HashState state( seed );
-   state.mix( address_ );
-   state.mix( length_ );
-   return state.result();
 }
 
 std::ostream & operator<<( std::ostream & os, const IpPrefix & prefix ) {

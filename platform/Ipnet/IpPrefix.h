@@ -10,6 +10,7 @@
 #include "Ipnet/IpAddr.h"
 #include "Lumo/Export.h"
 #include "Lumo/String.h"
+#include "Quon/HashState.h"
 #include "Quon/Text.h"
 
 namespace Ipnet {
@@ -44,7 +45,12 @@ class VELO_PLATFORM_EXPORT IpPrefix {
    friend VELO_PLATFORM_EXPORT std::ostream & operator<<( std::ostream & os,
                                                           const IpPrefix & prefix );
 
-   std::uint64_t hash( unsigned seed ) const;
+   std::uint64_t hash( unsigned seed ) const {
+      Quon::HashState state( seed );
+      state.mix( address_ );
+      state.mix( length_ );
+      return state.result();
+   }
 
    static constexpr std::string_view kTypeName = "Ipnet::IpPrefix";
    static constexpr auto attributes() {

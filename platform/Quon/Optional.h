@@ -4,6 +4,7 @@
 #include <optional>
 #include <utility>
 
+#include "Lumo/Relocatable.h"
 #include "Quon/Exceptions.h"
 
 namespace Quon {
@@ -31,6 +32,8 @@ class Optional {
    friend bool operator==( const Optional &, const Optional & ) = default;
    /// Absent comes first. For values that have an order.
    friend auto operator<=>( const Optional &, const Optional & ) = default;
+
+   static constexpr bool kRelocatable = Lumo::isRelocatable< T >;
 
  private:
    std::optional< T > value_;

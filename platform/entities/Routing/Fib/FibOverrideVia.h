@@ -7,6 +7,7 @@
 #include <tuple>
 
 #include "Lumo/Export.h"
+#include "Lumo/Relocatable.h"
 #include "Quon/Optional.h"
 #include "Quon/Text.h"
 #include "Routing/Fib/FibOverrideViaMatcher.h"
@@ -58,6 +59,9 @@ class VELO_PLATFORM_EXPORT FibOverrideVia {
                               Quon::attribute( "weight", &FibOverrideVia::weight_ ),
                               Quon::attribute( "replacement", &FibOverrideVia::replacement_ ) );
    }
+
+   static constexpr bool kRelocatable =
+      Lumo::isRelocatable< FibOverrideViaMatcher, OptionalWeight, OptionalVia >;
 
  private:
    FibOverrideViaMatcher matcher_;

@@ -8,6 +8,7 @@
 
 #include "Ipnet/Ipnet.h"
 #include "Lumo/Export.h"
+#include "Lumo/Relocatable.h"
 #include "Lumo/String.h"
 #include "Quon/Optional.h"
 #include "Quon/Text.h"
@@ -72,6 +73,8 @@ class VELO_PLATFORM_EXPORT FibOverrideViaMatcher {
                           &FibOverrideViaMatcher::nexthopGroupIs ),
          Quon::attribute( "via", &FibOverrideViaMatcher::via_ ) );
    }
+
+   static constexpr bool kRelocatable = Lumo::isRelocatable< Lumo::String, OptionalPrefix, Via >;
 
  private:
    Lumo::String vrf_;

@@ -8,7 +8,6 @@
 
 #include "Lumo/Assert.h"
 #include "Quon/Exceptions.h"
-#include "Quon/HashState.h"
 
 namespace Routing::Fib {
 namespace {
@@ -77,12 +76,6 @@ std::string LabelStack::toString() const {
       text += fmt::format( "{}{}", at == 0 ? "" : "/", label( at ) );
    }
    return text;
-}
-
-std::uint64_t LabelStack::hash( unsigned seed ) const {
-   Quon::HashState state( seed );
-   state.mix( bytes_ );
-   return state.result();
 }
 
 std::ostream & operator<<( std::ostream & os, const LabelStack & stack ) {

@@ -11,7 +11,9 @@
 #include <tuple>
 
 #include "Lumo/Export.h"
+#include "Lumo/Relocatable.h"
 #include "Lumo/String.h"
+#include "Quon/HashState.h"
 #include "Quon/Text.h"
 
 namespace Routing::Fib {
@@ -59,12 +61,18 @@ class VELO_PLATFORM_EXPORT LabelStack {
    friend VELO_PLATFORM_EXPORT std::ostream & operator<<( std::ostream & os,
                                                           const LabelStack & stack );
 
-   std::uint64_t hash( unsigned seed ) const;
+   std::uint64_t hash( unsigned seed ) const {
+      Quon::HashState state( seed );
+      state.mix( bytes_ );
+      return state.result();
+   }
 
    static constexpr std::string_view kTypeName = "Routing::Fib::LabelStack";
    static constexpr auto attributes() {
       return std::make_tuple( Quon::attribute( "labels", &LabelStack::text, &LabelStack::textIs ) );
    }
+
+   static constexpr bool kRelocatable = Lumo::isRelocatable< Lumo::String >;
 
  private:
    static constexpr std::size_t kBytesPerLabel = 3;

@@ -8,6 +8,7 @@
 
 #include "Ipnet/Ipnet.h"
 #include "Lumo/Export.h"
+#include "Lumo/Relocatable.h"
 #include "Quon/Optional.h"
 #include "Quon/Text.h"
 #include "Routing/Fib/LabelStack.h"
@@ -51,6 +52,9 @@ class VELO_PLATFORM_EXPORT Via {
                               Quon::attribute( "intf", &Via::intf_ ),
                               Quon::attribute( "labelStack", &Via::labelStack_ ) );
    }
+
+   static constexpr bool kRelocatable =
+      Lumo::isRelocatable< OptionalAddr, OptionalIntf, LabelStack >;
 
  private:
    OptionalAddr nexthop_;
