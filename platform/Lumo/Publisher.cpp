@@ -67,7 +67,7 @@ void Publisher::subscriberAdd( Subscriber & slot ) {
    slot.linkBefore( *this );
 }
 
-bool Publisher::hasSubscribers() const {
+bool Publisher::hasSubscribersAmongLinks() const {
    for ( const Link * at = next(); at != this; at = at->next() ) {
       if ( static_cast< const Subscriber * >( at )->dispatch_ ) { return true; }
    }

@@ -98,7 +98,7 @@ class VELO_PLATFORM_EXPORT Publisher : private Link {
    }
 
    /// Whether a change now would be told to anybody.
-   bool hasSubscribers() const;
+   bool hasSubscribers() const { return next() != this && hasSubscribersAmongLinks(); }
 
    /// Tells every subscriber that `attributeId` (of a collection: its element `key`) changed. The
    /// values must stay readable until this returns. Exceptions of a dispatch function pass through;
@@ -122,6 +122,7 @@ class VELO_PLATFORM_EXPORT Publisher : private Link {
  private:
    void dispatch( short attributeId, const void * key, const void * oldValue,
                   const void * newValue );
+   bool hasSubscribersAmongLinks() const;
    void dispatchToAll( short attributeId, const void * key, const void * newValue );
 
    friend class Dispatch;

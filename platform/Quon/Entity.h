@@ -27,7 +27,7 @@ class VELO_PLATFORM_EXPORT Entity : public Lumo::Node {
 class VELO_PLATFORM_EXPORT PublishingEntity : public Entity {
  public:
    ~PublishingEntity() override;
-   Lumo::Publisher * publisher() const override { return &publisher_; }
+   Lumo::Publisher * publisher() const final { return &publisher_; }
 
  private:
    mutable Lumo::Publisher publisher_;
