@@ -12,6 +12,7 @@ namespace Quon {
 ///    classes.memberIs( name, data );                      // insert, or replace the value
 ///    if ( const auto * node = classes.lookup( name ) ) { use( node->value() ); }
 ///    for ( auto i = classes.iterator(); i; i.advance() ) { classes.deleteMember( i.key() ); }
+///    classes.deleteIf( [&]( const auto & name ) { return !wanted.lookup( name ); } );
 ///
 /// Order      (seeded 64-bit hash of the key, then the key): the place of a key is a function of
 ///            the key alone, whether it is present, deleted or yet to come. So a key is a complete

@@ -17,7 +17,7 @@ void perform( ModelledCollection< Types > & both, const Step & step ) {
    const auto [what, a, b] = step;
    const unsigned key = a % both.kKeys;
    const unsigned otherKey = b % both.kKeys;
-   switch ( what % 24 ) {
+   switch ( what % 26 ) {
    case 0:
       return both.memberIs( key, b );
    case 1:
@@ -63,6 +63,10 @@ void perform( ModelledCollection< Types > & both, const Step & step ) {
       return b % 2 == 0 ? both.delCurrent( a ) : both.delAt( a );
    case 23:
       return b % 8 == 0 ? both.destroy() : both.drainFrom( a, b % 200 );
+   case 24:
+      return both.delIf( 1 + b % 5, a );
+   case 25:
+      return both.delUnder( a );
    }
 }
 
@@ -78,7 +82,7 @@ TYPED_TEST( KeyedCollectionProperty, AgreesWithTheNaiveModelWhateverIsDoneInWhat
    const bool held = rc::check( [] {
       const auto steps =
          *rc::gen::resize( 150, rc::gen::container< std::vector< Step > >( rc::gen::tuple(
-                                   rc::gen::inRange( 0u, 24u ), rc::gen::inRange( 0u, 1000000u ),
+                                   rc::gen::inRange( 0u, 26u ), rc::gen::inRange( 0u, 1000000u ),
                                    rc::gen::inRange( 0u, 1000000u ) ) ) );
       ModelledCollection< TypeParam > both;
       for ( const Step & step : steps ) {

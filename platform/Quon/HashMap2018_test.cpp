@@ -149,6 +149,47 @@ TYPED_TEST( KeyedCollection, IsEmptiedByAWalkThatDeletesWhereItStands ) {
    EXPECT_TRUE( staying.key() == first );
 }
 
+TYPED_TEST( KeyedCollection, DeletingUnderAnIteratorLeavesTheElementToIt ) {
+   if constexpr ( TypeParam::Collection::hasValue ) {
+      for ( unsigned n = 0; n < this->kMany; ++n ) { this->insert( n, 7 ); }
+      unsigned visited = 0;
+      for ( auto i = this->collection.iterator(); i; i.advance() ) {
+         const auto key = i.key();
+         const auto value = i.value();
+         EXPECT_TRUE( this->collection.deleteUnder( i ) );
+         EXPECT_FALSE( this->collection.lookup( key ) );
+         EXPECT_TRUE( i.key() == key );
+         EXPECT_TRUE( i.value() == value );
+         const auto version = this->collection.version();
+         EXPECT_FALSE( this->collection.deleteUnder( i ) ) << "gone already";
+         EXPECT_EQ( this->collection.version(), version );
+         ++visited;
+      }
+      EXPECT_EQ( visited, this->kMany );
+      EXPECT_TRUE( this->collection.empty() );
+      EXPECT_FALSE( this->collection.deleteUnder( this->collection.iterator() ) );
+   }
+}
+
+TYPED_TEST( KeyedCollection, DeletesWhatIsUnwantedAndNothingElse ) {
+   const auto all = []( const auto & ) { return true; };
+   if constexpr ( requires { this->collection.deleteIf( all ); } ) {
+      this->insertMany();
+      const auto staying = this->keys( 0, this->kMany / 3 );
+      const auto lost = this->collection.iteratorFrom( this->key( this->kMany - 1 ) );
+      this->collection.deleteIf( [&]( const auto & key ) { return !staying.contains( key ); } );
+      EXPECT_TRUE( this->same( this->keysOf( this->collection ), staying ) );
+      EXPECT_TRUE( lost.key() == this->key( this->kMany - 1 ) );
+      const auto version = this->collection.version();
+      this->collection.deleteIf( []( const auto & ) { return false; } );
+      EXPECT_EQ( this->collection.version(), version );
+      this->collection.deleteIf( all );
+      EXPECT_TRUE( this->collection.empty() );
+      this->collection.deleteIf( all );
+      EXPECT_TRUE( this->collection.empty() );
+   }
+}
+
 TYPED_TEST( KeyedCollection, DeletingWhereAnIteratorStandsIsDeletingItsKeyWhateverWasDoneToThat ) {
    this->insertMany( 100 );
    auto i = this->collection.iterator();
@@ -414,6 +455,21 @@ TEST( HashMap2018, ADestructorMayDeleteFurtherElements ) {
    EXPECT_EQ( map.size(), 151u );
    map.deleteFrom( map.iterator().key() );
    EXPECT_TRUE( map.empty() );
+}
+
+TEST( HashMap2018, ADestructorMayDeleteFurtherElementsOfThoseThatAreUnwanted ) {
+   Disrupted map;
+   for ( unsigned n = 0; n < 2500; ++n ) {
+      map.memberIs( n, std::make_shared< Disrupter >( Disrupter{ &map, 2 * n + 1 } ) );
+   }
+   map.deleteIf( []( unsigned key ) { return key % 2 == 0 && key < 1000; } );
+   for ( unsigned n = 0; n < 1000; n += 2 ) { // and what it takes along
+      EXPECT_FALSE( map.lookup( n ) );
+      for ( unsigned next = 2 * n + 1; next < 2500; next = 2 * next + 1 ) {
+         EXPECT_FALSE( map.lookup( next ) );
+      }
+   }
+   EXPECT_TRUE( map.lookup( 1U << 10 ) );
 }
 
 TEST( HashMap2018, KeepsValuesThatCannotBeCopied ) {

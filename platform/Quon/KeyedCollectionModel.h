@@ -3,6 +3,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <source_location>
 #include <string>
 #include <vector>
@@ -131,6 +132,19 @@ class ModelledCollection {
       }
       real_->deleteBetween( from, to );
    }
+   /// One key in `every`.
+   void delIf( unsigned every, unsigned which ) {
+      std::set< Key, Before > unwanted;
+      for ( unsigned n = which % every; n < kKeys; n += every ) {
+         unwanted.insert( Types::key( n ) );
+      }
+      const auto isUnwanted = [&]( const Key & key ) { return unwanted.contains( key ); };
+      if constexpr ( requires { real_->deleteIf( isUnwanted ); } ) {
+         parkOn( isUnwanted );
+         std::erase_if( model_, [&]( const auto & one ) { return isUnwanted( one.first ); } );
+         real_->deleteIf( isUnwanted );
+      }
+   }
    void delAll() {
       eraseModel( model_.begin(), model_.end() );
       real_->memberDelAll();
@@ -178,6 +192,20 @@ class ModelledCollection {
    void delCurrent( unsigned i ) {
       Walk * const walk = pick( i );
       if ( walk && walk->at ) { del( Key( *walk->at ) ); }
+   }
+   void delUnder( unsigned i ) {
+      Walk * const walk = pick( i );
+      if ( !walk ) { return; }
+      const bool present = walk->at && !walk->parked && model_.contains( *walk->at );
+      if ( present ) {
+         eraseModel( model_.find( *walk->at ), std::next( model_.find( *walk->at ) ) );
+      }
+      if constexpr ( Collection::hasValue ) {
+         require( real_->deleteUnder( walk->real ) == present );
+      } else if ( present ) {
+         real_->deleteMember( Key( walk->real.key() ) );
+      }
+      check( *walk );
    }
    void delAt( unsigned i ) {
       Walk * const walk = pick( i );

@@ -65,7 +65,20 @@ class PublishedValues {
          return;
       }
       const auto advancing = Lumo::onScopeExit( [&at] { at.advance(); } );
-      memberDel( at.key() );
+      if ( members_.deleteUnder( at ) ) {
+         publish( at.key(), &at.value(), nullptr );
+      } else {
+         memberDel( at.key() );
+      }
+   }
+
+   /// Deletes the members whose key is `unwanted` (see HashMap2018) if nobody subscribes: nobody
+   /// sees their order then. False, and no effect, if somebody does.
+   template< class Unwanted >
+   bool memberDelUnseen( const Unwanted & unwanted ) {
+      if ( owner_.publisher()->hasSubscribers() ) { return false; }
+      members_.deleteIf( unwanted );
+      return true;
    }
 
    /// Deletes and tells one after the other, in the collection's order. What a subscriber adds

@@ -255,6 +255,30 @@ TEST_F( PublishedCollectionTest, NobodyNeedListenToAWalkThatDeletesWhereItStands
    EXPECT_EQ( left, 0 );
 }
 
+TEST_F( PublishedCollectionTest, AWalkThatDeletesWhatWasPutBackTellsWhatWasPutBack ) {
+   putAll();
+   auto at = shelf->items.members().iterator();
+   const Lumo::String key = at.key();
+   shelf->items.memberDel( key );
+   put( key, 9 );
+   watcher.told.clear();
+   shelf->items.memberDel( at );
+   EXPECT_EQ( watcher.told, std::vector{ line( key, "9 to nothing" ) } );
+   EXPECT_EQ( size(), 2U );
+}
+
+TEST_F( PublishedCollectionTest, WhatIsUnwantedIsDeletedUnseenOrNotAtAll ) {
+   putAll();
+   const auto isUnwanted = []( const Lumo::String & key ) { return key != kB; };
+   EXPECT_FALSE( shelf->items.memberDelUnseen( isUnwanted ) ) << "somebody would see it";
+   EXPECT_EQ( size(), 3U );
+   const auto unseen = Lumo::makeNode< Shelf >();
+   for ( const auto & key : { kA, kB, kC } ) { unseen->items.memberIs( key, item( 1 ) ); }
+   EXPECT_TRUE( unseen->items.memberDelUnseen( isUnwanted ) );
+   EXPECT_EQ( unseen->items.members().size(), 1U );
+   EXPECT_TRUE( unseen->items.members().lookup( kB ) );
+}
+
 TEST_F( PublishedCollectionTest, ASubscriberMayLetGoOfTheOwnerDuringAWalkThatDeletes ) {
    putAll();
    watcher.mischief = [this]( const Lumo::String & ) { shelf = nullptr; };

@@ -16,6 +16,7 @@ template< class Node >
 struct Cursor {
    const Node * node = nullptr; ///< The element stood on; null at the end.
    void * leaf = nullptr;       ///< The store's leaf that holds it; null when to be found again.
+   void * home = nullptr;       ///< What holds that leaf, if the store has use for it.
    int at = 0;                  ///< Position in the leaf's order.
    std::uintptr_t ahead = 0;    ///< Memory of a leaf to come, to be asked for early. May dangle.
    Cursor * nextRegistered = nullptr;

@@ -77,6 +77,12 @@ class DenseMapStore {
       }
    }
 
+   /// The same, but the element lives on, in raw memory at `to`.
+   void takeOut( const Place & place, Node * to, Watchers watchers ) {
+      new ( to ) Node( std::move( *place.node ) );
+      erase( place, watchers );
+   }
+
    Remains extract( const std::optional< K > & from, const std::optional< K > & to,
                     Watchers watchers ) {
       if ( isTree() ) { return Remains( many_.extract( from, to, watchers ) ); }

@@ -1,10 +1,12 @@
 #pragma once
 
-#include "Lumo/Assert.h"
-#include "Lumo/Relocatable.h"
-
+#include <cstddef>
+#include <cstring>
 #include <type_traits>
 #include <utility>
+
+#include "Lumo/Assert.h"
+#include "Lumo/Relocatable.h"
 
 /// The element of a keyed collection in its three forms: key and value, key alone (a set), and a
 /// value that carries its own key.
@@ -12,6 +14,19 @@ namespace Quon::detail {
 
 template< class Traits >
 concept KeyTakenFromValue = requires { typename Traits::KeyFunktor; };
+
+/// Swaps, byte by byte if that is the same: large values are many small members to the compiler.
+template< class T >
+void swapRelocating( T & a, T & b ) {
+   if constexpr ( Lumo::isRelocatable< T > ) {
+      alignas( T ) std::byte between[sizeof( T )];
+      std::memcpy( between, &a, sizeof( T ) );
+      std::memcpy( static_cast< void * >( &a ), &b, sizeof( T ) );
+      std::memcpy( static_cast< void * >( &b ), between, sizeof( T ) );
+   } else {
+      std::swap( a, b );
+   }
+}
 
 /// Says that a value is not given but made.
 struct MadeInPlace {};
@@ -30,7 +45,7 @@ class Element {
    Value & value() { return value_; }
 
    Value takeValue() && { return std::move( value_ ); }
-   Value exchangeValue( Value value ) { return std::exchange( value_, std::move( value ) ); }
+   void swapValue( Value & other ) { swapRelocating( value_, other ); }
    static void checkKey( const Key &, const Value & ) {}
 
    static constexpr bool kRelocatable = Lumo::isRelocatable< Key, Value >;
@@ -69,7 +84,7 @@ class Element< Key, Value, Traits > {
    const Value & value() const { return value_; }
 
    Value takeValue() && { return std::move( value_ ); }
-   Value exchangeValue( Value value ) { return std::exchange( value_, std::move( value ) ); }
+   void swapValue( Value & other ) { swapRelocating( value_, other ); }
 
    /// Fatal unless `value` carries `key`. Asked before anything is changed.
    static void checkKey( const Key & key, const Value & value ) { Check{ key }( value ); }

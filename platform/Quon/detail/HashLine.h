@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <bit>
 #include <cstddef>
 #include <cstdint>
@@ -49,11 +50,15 @@ struct alignas( 16 ) HashLine {
       addTagged( from.tags[i], from.places[i] );
       from.drop( i );
    }
-   /// Entry `i` of a line with the same room, which comes behind all entries that are here.
-   void append( const HashLine & from, std::uint64_t i ) {
-      const State same = state;
-      addTagged( from.tags[i], from.places[i] );
-      state = same;
+   /// All entries, from now on in this order, which is that of their elements.
+   void orderIs( const std::array< std::uint8_t, kEntries > & order ) {
+      const HashLine before = *this;
+      for ( unsigned i = 0; i < count; ++i ) {
+         tags[i] = before.tags[order[i]];
+         places[i] = before.places[order[i]];
+      }
+      live = static_cast< std::uint16_t >( ( 1u << count ) - 1 );
+      state = isSorted;
    }
    void drop( unsigned i ) {
       live = static_cast< std::uint16_t >( live & ~( 1u << i ) );

@@ -24,8 +24,8 @@ namespace Quon::detail {
 /// Elements in the order of (hash, key): a directory over lines of elements. See HashMap2018.h.
 ///
 /// Knows nothing of versions and parked elements. `watchers` are the cursors to keep right while
-/// elements move; the deeper parts of the changes are in HashStoreChanges.h, of walking in
-/// HashStoreWalk.h.
+/// elements move; the deeper parts of the changes are in HashStoreChanges.h and HashStoreExtract.h,
+/// of walking in HashStoreWalk.h.
 template< class K, class V, class Traits >
 class HashStore {
  public:
@@ -101,6 +101,14 @@ class HashStore {
       }
       return place;
    }
+   /// Where `c` stands, which knows its leaf, on an element that is there.
+   Place placeAt( const Where & c ) const {
+      HashLeaf & leaf = *static_cast< HashLeaf * >( c.home );
+      // The hash is for tidying up only, which comes seldom.
+      const std::uint64_t hash = leaf.size > leaf.few + 1 ? 0 : hashOf( c.node->fwkKey() );
+      return { const_cast< Node * >( c.node ), hash, &leaf, static_cast< Line * >( c.leaf ),
+               static_cast< unsigned >( c.at ) };
+   }
    static Node & at( const Place & place ) { return *place.node; }
 
    /// The element under `key`, and whether it is new: then it was made by `make()`, which may
@@ -124,10 +132,25 @@ class HashStore {
       drop( *place.leaf, *place.line, place.entry );
       if ( place.leaf->size <= place.leaf->few ) [[unlikely]] { tidy( place.hash, watchers ); }
    }
+   /// The same, but the element lives on, in raw memory at `to`.
+   void takeOut( const Place & place, Node * to, Watchers watchers ) {
+      if ( place.line->state == Line::isTree ) [[unlikely]] {
+         new ( to ) Node( std::move( *place.node ) );
+         eraseFromTree( place, watchers );
+         return;
+      }
+      relocate( place.node, 1, to );
+      drop( *place.leaf, *place.line, place.entry );
+      if ( place.leaf->size <= place.leaf->few ) [[unlikely]] { tidy( place.hash, watchers ); }
+   }
 
    /// Takes out the elements from `from` and before `to` (or to either end). O(taken).
    Remains extract( const std::optional< K > & from, const std::optional< K > & to,
                     Watchers watchers );
+   /// Takes out the elements whose keys are `unwanted` of the leaf for `at`, any hash of it, which
+   /// then is the first of the next leaf, or 0 if there is none.
+   template< class Unwanted >
+   Remains extractIf( std::uint64_t & at, const Unwanted & unwanted, Watchers watchers );
 
    template< class F >
    void forEach( F f ) {
@@ -266,8 +289,12 @@ class HashStore {
    static bool unite( Line & line, Line & buddy );
    bool uniteLeaves( std::uint64_t hash, Watchers watchers );
    static void fellEmptyTree( HashLeaf & leaf, Line & line );
-   void extractFrom( HashLeaf & leaf, Line & line, const std::optional< K > & from,
-                     const std::optional< K > & to, Remains & out, Watchers watchers );
+
+   // Taking out many: HashStoreExtract.h
+   template< class Unwanted, class Take >
+   void extractFrom( HashLeaf & leaf, Line & line, const Unwanted & unwanted, const Take & take,
+                     Watchers watchers );
+   void moveTo( Tree & tree, typename Tree::Elements & from, typename Tree::Elements::iterator at );
    void extractFromTree( Tree & tree, const std::optional< K > & from,
                          const std::optional< K > & to, Remains & out );
 
@@ -275,7 +302,8 @@ class HashStore {
    static void sort( Line & line );
    static bool nextHash( std::uint64_t & hash, unsigned depth );
    void lookAhead( Where & c, std::uint64_t hash ) const;
-   void standIn( Where & c, Line & line, unsigned entry, std::uint64_t hash ) const;
+   void standIn( Where & c, HashLeaf & leaf, Line & line, unsigned entry,
+                 std::uint64_t hash ) const;
    void enterFrom( Where & c, std::uint64_t hash ) const;
    void leaveLine( Where & c, unsigned depth, std::uint64_t hash ) const;
    template< bool behind, class P >
@@ -303,4 +331,5 @@ class HashStore {
 } // namespace Quon::detail
 
 #include "Quon/detail/HashStoreChanges.h"
+#include "Quon/detail/HashStoreExtract.h"
 #include "Quon/detail/HashStoreWalk.h"

@@ -9,27 +9,6 @@
 
 namespace Quon::detail {
 
-/// Elements that were taken out, to be destroyed when every structure is in order again.
-template< class K, class V, class Traits >
-class HashStore< K, V, Traits >::Remains {
- public:
-   bool empty() const { return lots_.empty() && trees_.empty(); }
-   /// Takes in, of at most `count` elements, those that `f` hands to its argument. They stay where
-   /// they are from then on.
-   template< class F >
-   void takeLot( unsigned count, F f ) {
-      std::vector< Node > lot;
-      lot.reserve( count );
-      f( [&lot]( Node & node ) { return &lot.emplace_back( std::move( node ) ); } );
-      if ( !lot.empty() ) { lots_.push_back( std::move( lot ) ); }
-   }
-   void takeTree( std::unique_ptr< Tree > tree ) { trees_.push_back( std::move( tree ) ); }
-
- private:
-   std::vector< std::vector< Node > > lots_;
-   std::vector< std::unique_ptr< Tree > > trees_;
-};
-
 template< class K, class V, class Traits >
 auto HashStore< K, V, Traits >::insertWithRoom( std::uint64_t hash, Watchers watchers,
                                                 Node && fresh ) -> Node * {
@@ -281,70 +260,6 @@ bool HashStore< K, V, Traits >::uniteLeaves( std::uint64_t hash, Watchers watche
       HashLeaf::destroy( part );
    }
    return true;
-}
-
-template< class K, class V, class Traits >
-auto HashStore< K, V, Traits >::extract( const std::optional< K > & from,
-                                         const std::optional< K > & to, Watchers watchers )
-   -> Remains {
-   Remains out;
-   const std::uint64_t first = from ? hashOf( *from ) : 0;
-   const std::uint64_t last = to ? hashOf( *to ) : ~std::uint64_t{ 0 };
-   for ( std::uint64_t at = first; size_ != 0; ) {
-      HashLeaf & leaf = *directory_.leafOf( at );
-      Line & line = leaf.lineOf( at );
-      const std::uint64_t span = line.depth == 64 ? 0 : ~std::uint64_t{ 0 } >> line.depth;
-      const std::uint64_t lineLast = at | span;
-      if ( !line.isNothing() ) {
-         if ( line.state == Line::isTree ) {
-            extractFromTree( Tree::of( line ), from, to, out );
-            fellEmptyTree( leaf, line );
-         } else {
-            extractFrom( leaf, line, from, to, out, watchers );
-         }
-         if ( leaf.size <= leaf.few ) { tidy( at, watchers ); }
-      }
-      if ( lineLast >= last ) { break; }
-      at = lineLast + 1;
-   }
-   return out;
-}
-
-template< class K, class V, class Traits >
-void HashStore< K, V, Traits >::extractFrom( HashLeaf & leaf, Line & line,
-                                             const std::optional< K > & from,
-                                             const std::optional< K > & to, Remains & out,
-                                             Watchers watchers ) {
-   out.takeLot( line.count, [&]( auto take ) {
-      line.eachLive( [&]( unsigned entry ) {
-         Node & node = *Elements::at( line, entry );
-         const K & key = node.fwkKey();
-         if ( ( from && isBefore( key, *from ) ) || ( to && !isBefore( key, *to ) ) ) { return; }
-         followNode( node, *take( node ), watchers );
-         std::destroy_at( &node );
-         drop( leaf, line, entry );
-      } );
-   } );
-}
-
-template< class K, class V, class Traits >
-void HashStore< K, V, Traits >::extractFromTree( Tree & tree, const std::optional< K > & from,
-                                                 const std::optional< K > & to, Remains & out ) {
-   // The tree's hash is at the edge of the range, or beyond it; the keys decide only at the edge.
-   auto & elements = tree.elements;
-   auto at = !from || tree.hash > hashOf( *from ) ? elements.begin()
-             : tree.hash == hashOf( *from )       ? elements.lower_bound( *from )
-                                                  : elements.end();
-   const auto end = !to || tree.hash < hashOf( *to ) ? elements.end()
-                    : tree.hash == hashOf( *to )     ? elements.lower_bound( *to )
-                                                     : elements.begin();
-   if ( at == end || at == elements.end() || end == elements.begin() ) { return; }
-   auto taken = std::make_unique< Tree >( tree.hash );
-   while ( at != end ) {
-      taken->elements.insert( taken->elements.end(), elements.extract( at++ ) );
-      --size_;
-   }
-   out.takeTree( std::move( taken ) );
 }
 
 } // namespace Quon::detail

@@ -9,46 +9,41 @@
 
 namespace Quon::detail {
 
-/// Puts the entries in order: one pass puts each into one of 16 buckets by its next hash bits,
-/// which leaves little for the insertion sort.
+/// Puts the entries in order. Each is compared with all others, by the 16 hash bits behind those
+/// that they share, which says how many come before it. That is many comparisons, but the compiler
+/// makes two instructions of 16 of them, and there is no branch to be mispredicted.
 template< class K, class V, class Traits >
 void HashStore< K, V, Traits >::sort( Line & line ) {
-   constexpr std::uint64_t kEntryMask = Line::kEntries - 1;
-   std::array< std::uint64_t, Line::kEntries > unsorted;
-   std::array< std::uint64_t, Line::kEntries > sorted;
-   std::array< std::uint8_t, 17 > begin{};
-   const unsigned depth = line.depth;
+   std::array< std::int16_t, Line::kEntries > bits{}; // flipped on top: they compare as signed
+   std::array< std::uint8_t, Line::kEntries > entries;
    unsigned n = 0;
    line.eachLive( [&]( unsigned entry ) {
       const std::uint64_t hash = hashOf( Elements::at( line, entry )->fwkKey() );
-      const std::uint64_t rest = depth == 64 ? 0 : hash << depth;
-      unsorted[n++] = ( rest & ~kEntryMask ) | entry;
-      ++begin[( rest >> 60 ) + 1];
+      const std::uint64_t behind = hash << ( line.depth & 63 );
+      bits[n] = static_cast< std::int16_t >( ( behind >> 48 ) ^ 0x8000 );
+      entries[n++] = static_cast< std::uint8_t >( entry );
    } );
-   for ( unsigned i = 1; i < 16; ++i ) {
-      begin[i] = static_cast< std::uint8_t >( begin[i] + begin[i - 1] );
+   std::array< std::int16_t, Line::kEntries > ranks{};
+   for ( unsigned i = 0; i < n; ++i ) {
+      const std::int16_t one = bits[i];
+      for ( unsigned j = 0; j < Line::kEntries; ++j ) {
+         ranks[j] = static_cast< std::int16_t >( ranks[j] + ( bits[j] > one ) );
+      }
    }
-   for ( unsigned i = 0; i < n; ++i ) { sorted[begin[unsorted[i] >> 60]++] = unsorted[i]; }
-   bool ties = false; // equal as far as we looked
-   for ( unsigned i = 1; i < n; ++i ) {
-      const std::uint64_t one = sorted[i];
-      unsigned at = i;
-      for ( ; at > 0 && sorted[at - 1] > one; --at ) { sorted[at] = sorted[at - 1]; }
-      sorted[at] = one;
-      ties |= at > 0 && ( ( sorted[at - 1] ^ one ) & ~kEntryMask ) == 0;
-      ties |= at < i && ( ( sorted[at + 1] ^ one ) & ~kEntryMask ) == 0;
+   std::array< std::uint8_t, Line::kEntries > sorted;
+   std::uint32_t taken = 0;
+   for ( unsigned i = 0; i < n; ++i ) {
+      const auto rank = static_cast< unsigned >( ranks[i] );
+      sorted[rank] = entries[i];
+      taken |= 1u << rank;
    }
-   const Line before = line;
-   if ( ties ) [[unlikely]] {
-      std::sort( sorted.begin(), sorted.begin() + n, [&]( std::uint64_t a, std::uint64_t b ) {
-         const auto keyOf = [&before]( std::uint64_t i ) -> const K & {
-            return Elements::at( before, i & kEntryMask )->fwkKey();
-         };
-         return isBefore( keyOf( a ), keyOf( b ) );
+   if ( taken != ( 1u << n ) - 1 ) [[unlikely]] { // ties
+      std::sort( entries.begin(), entries.begin() + n, [&line]( unsigned a, unsigned b ) {
+         return isBefore( Elements::at( line, a )->fwkKey(), Elements::at( line, b )->fwkKey() );
       } );
+      sorted = entries;
    }
-   line.becomeNothing( before.elements );
-   for ( unsigned i = 0; i < n; ++i ) { line.append( before, sorted[i] & kEntryMask ); }
+   line.orderIs( sorted );
 }
 
 /// The first hash behind those of a leaf. False: there is none.
@@ -74,11 +69,11 @@ void HashStore< K, V, Traits >::lookAhead( Where & c, std::uint64_t hash ) const
 }
 
 template< class K, class V, class Traits >
-void HashStore< K, V, Traits >::standIn( Where & c, Line & line, unsigned entry,
+void HashStore< K, V, Traits >::standIn( Where & c, HashLeaf & leaf, Line & line, unsigned entry,
                                          std::uint64_t hash ) const {
-   const bool isSameLeaf =
-      c.leaf && static_cast< const Line * >( c.leaf )->elements == line.elements;
+   const bool isSameLeaf = c.leaf && c.home == &leaf;
    c.leaf = &line;
+   c.home = &leaf;
    c.at = static_cast< int >( entry );
    c.node = Elements::at( line, entry );
    if ( !isSameLeaf ) { lookAhead( c, hash ); }
@@ -87,7 +82,8 @@ void HashStore< K, V, Traits >::standIn( Where & c, Line & line, unsigned entry,
 template< class K, class V, class Traits >
 void HashStore< K, V, Traits >::enterFrom( Where & c, std::uint64_t hash ) const {
    for ( ;; ) {
-      Line & line = lineOf( hash );
+      HashLeaf & leaf = *directory_.leafOf( hash );
+      Line & line = leaf.lineOf( hash );
       if ( line.state == Line::isTree ) {
          c.node = &*Tree::of( line ).elements.begin();
          c.leaf = nullptr;
@@ -95,7 +91,7 @@ void HashStore< K, V, Traits >::enterFrom( Where & c, std::uint64_t hash ) const
       }
       if ( line.count != 0 ) {
          if ( line.state == Line::isUnsorted ) { sort( line ); }
-         standIn( c, line, static_cast< unsigned >( std::countr_zero( line.live ) ), hash );
+         standIn( c, leaf, line, static_cast< unsigned >( std::countr_zero( line.live ) ), hash );
          return;
       }
       if ( !nextHash( hash, line.depth ) ) {
@@ -121,7 +117,8 @@ template< class K, class V, class Traits >
 template< bool behind, class P >
 void HashStore< K, V, Traits >::seek( Where & c, const P & key ) const {
    const std::uint64_t hash = hashOf( key );
-   Line & line = lineOf( hash );
+   HashLeaf & leaf = *directory_.leafOf( hash );
+   Line & line = leaf.lineOf( hash );
    if ( line.state == Line::isTree ) {
       const Tree & tree = Tree::of( line );
       const auto & elements = tree.elements;
@@ -147,7 +144,7 @@ void HashStore< K, V, Traits >::seek( Where & c, const P & key ) const {
          return behind ? compared <= 0 : compared < 0;
       } );
       if ( at != end ) {
-         standIn( c, line, *at, hash );
+         standIn( c, leaf, line, *at, hash );
          return;
       }
    }

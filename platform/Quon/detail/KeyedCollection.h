@@ -3,6 +3,7 @@
 #include "Lumo/Assert.h"
 #include "Lumo/Thread.h"
 #include "Quon/detail/KeyedIterator.h"
+#include "Quon/detail/Relocate.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -131,7 +132,7 @@ class KeyedCollection {
       const auto [node, inserted] =
          store_.insert( key, iterators_, [&] { return Node( key, std::move( value ) ); } );
       ++version_;
-      if ( !inserted ) { value = node->exchangeValue( std::move( value ) ); }
+      if ( !inserted ) { node->swapValue( value ); }
       return { node, inserted };
    }
 
@@ -150,7 +151,8 @@ class KeyedCollection {
       if ( !inserted && std::as_const( *node ).value() == value ) { return false; }
       ++version_;
       if ( !inserted ) {
-         V replaced = node->exchangeValue( value );
+         V replaced = value;
+         node->swapValue( replaced );
          if ( previous ) { previous->emplace( std::move( replaced ) ); }
       }
       return true;
@@ -177,7 +179,7 @@ class KeyedCollection {
       Node * const node = store_.findMutable( key );
       if ( !node ) { return false; }
       ++version_;
-      value = node->exchangeValue( std::move( value ) );
+      node->swapValue( value );
       return true;
    }
 
@@ -187,20 +189,26 @@ class KeyedCollection {
       changing();
       const auto place = store_.locate( key );
       if ( !place ) { return false; }
-      ++version_;
-      if constexpr ( nodesAreCopies ) {
-         store_.erase( place, iterators_ );
-         return true;
-      }
-      Node & node = store_.at( place );
-      if ( iterators_ ) { park( node ); }
-      if constexpr ( std::is_trivially_destructible_v< Node > ) {
-         store_.erase( place, iterators_ );
-      } else {
-         const Node gone( std::move( node ) ); // dies when everything is in order again
-         store_.erase( place, iterators_ );
-      }
+      erase( place );
       return true;
+   }
+
+   /// Deletes the element that `at` stands on, without looking for it. `at` keeps key and value
+   /// until it advances. False, and no effect, if the element is gone already or `at` is at the
+   /// end.
+   bool deleteUnder( const Iterator & at )
+      requires( hasValue )
+   {
+      LUMO_DEBUG_ASSERT( !at || at.hashMap_ == this );
+      changing();
+      if ( !at || at.isParked() ) { return false; }
+      if constexpr ( requires { store_.placeAt( at ); } ) {
+         if ( at.leaf ) {
+            erase( store_.placeAt( at ) );
+            return true;
+         }
+      }
+      return deleteMember( at.key() );
    }
 
    /// Deletes the element that `at` stands on, if it is there, and has `at` advance: nothing of the
@@ -222,7 +230,7 @@ class KeyedCollection {
       std::optional< V > taken;
       if ( const auto place = store_.locate( key ) ) {
          ++version_;
-         leaveElements( &store_.at( place ) );
+         if ( isStoodOn( store_.at( place ) ) ) { leaveElements( &store_.at( place ) ); }
          taken.emplace( std::move( store_.at( place ) ).takeValue() );
          store_.erase( place, iterators_ );
       }
@@ -235,6 +243,24 @@ class KeyedCollection {
       Store gone = std::exchange( store_, Store() );
       ++version_;
       parkIteratorsOfLostElements();
+   }
+
+   /// Deletes every element whose key is `unwanted`, in no particular order, so that nothing has to
+   /// be put in order first; a DenseMap2018 is in order anyway. `unwanted` may be asked of a key
+   /// more than once; it changes nothing here and does not throw. O(size).
+   template< class Unwanted >
+   void deleteIf( const Unwanted & unwanted )
+      requires requires( Store & store, std::uint64_t at ) { store.extractIf( at, unwanted, {} ); }
+   {
+      changing();
+      for ( std::uint64_t at = 0; !empty(); ) {
+         const auto gone = store_.extractIf( at, unwanted, iterators_ );
+         if ( !gone.empty() ) {
+            ++version_;
+            parkIteratorsOfLostElements();
+         }
+         if ( at == 0 ) { break; }
+      }
    }
 
    /// Deletes `key` and everything after it in the collection's order. O(deleted), as are the next.
@@ -310,6 +336,27 @@ class KeyedCollection {
 
    static void changing() { Lumo::Impl::checkEventLoopThread(); }
 
+   template< class Place >
+   void erase( const Place & place ) {
+      ++version_;
+      if constexpr ( !nodesAreCopies ) {
+         if ( isStoodOn( store_.at( place ) ) ) { park( store_.at( place ) ); }
+         if constexpr ( !std::is_trivially_destructible_v< Node > ) {
+            Relocated< Node > gone; // dies when everything is in order again
+            store_.takeOut( place, &gone.object, iterators_ );
+            return;
+         }
+      }
+      store_.erase( place, iterators_ );
+   }
+
+   bool isStoodOn( const Node & node ) const {
+      for ( const Cursor< Node > * c = iterators_; c; c = c->nextRegistered ) {
+         if ( c->node == &node ) { return true; }
+      }
+      return false;
+   }
+
    template< class F >
    void eachIterator( F f ) const {
       for ( Cursor< Node > * c = iterators_; c; ) {
@@ -337,54 +384,11 @@ class KeyedCollection {
       parkIteratorsOfLostElements();
    }
 
-   /// Gives `lost` to the iterators that stand on it. It is moved from.
-   [[gnu::noinline]] void park( Node & lost ) const {
-      if constexpr ( nodesAreCopies ) { return; }
-      Iterator * first = nullptr;
-      eachIterator( [&]( Iterator & i ) {
-         if ( i.node != &lost ) { return; }
-         if ( first ) {
-            i.shareBlock( *first );
-         } else {
-            first = &i;
-            i.emptyBlock().node.emplace( std::move( lost ) );
-            i.standOnBlock();
-         }
-      } );
-   }
-
-   void parkIteratorsOfLostElements() const {
-      eachIterator( [&]( Iterator & i ) {
-         i.forgetPlace();
-         if constexpr ( !nodesAreCopies ) {
-            if ( i && !i.isParked() && store_.find( i.key() ) != i.node ) {
-               park( const_cast< Node & >( *i.node ) );
-            }
-         }
-      } );
-   }
-
-   /// Before elements (all, or one) leave for another owner: iterators on them keep a copy.
-   void leaveElements( const Node * only = nullptr ) const {
-      eachIterator( [only]( Iterator & i ) {
-         if ( !only ) { i.forgetPlace(); }
-         if ( nodesAreCopies || !i || i.isParked() || ( only && i.node != only ) ) { return; }
-         auto & block = i.emptyBlock();
-         if constexpr ( std::is_copy_constructible_v< Node > ) {
-            block.node.emplace( *i.node );
-         } else {
-            block.key.emplace( i.key() );
-            i.forgetPlace();
-         }
-         i.standOnBlock();
-      } );
-   }
-
-   void movedTo( const Node & from, const Node & to ) const {
-      eachIterator( [&]( Iterator & i ) {
-         if ( i.node == &from ) { i.node = &to; }
-      } );
-   }
+   // Iterators of elements that leave: KeyedCollectionParking.h
+   void park( Node & lost ) const;
+   void parkIteratorsOfLostElements() const;
+   void leaveElements( const Node * only = nullptr ) const;
+   void movedTo( const Node & from, const Node & to ) const;
 
    Store store_;
    std::uint64_t version_ = 0;
@@ -392,3 +396,5 @@ class KeyedCollection {
 };
 
 } // namespace Quon::detail
+
+#include "Quon/detail/KeyedCollectionParking.h"

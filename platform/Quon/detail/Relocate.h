@@ -33,4 +33,17 @@ void relocate( Node * first, unsigned count, Node * to, Cursor< Node > * watcher
    followMoved( watchers, first, count, to );
 }
 
+/// What relocates to here is destroyed when this is. There must be something.
+template< class T >
+struct Relocated {
+   Relocated() {}
+   ~Relocated() { std::destroy_at( &object ); }
+   Relocated( const Relocated & ) = delete;
+   Relocated & operator=( const Relocated & ) = delete;
+
+   union {
+      T object;
+   };
+};
+
 } // namespace Quon::detail
