@@ -53,7 +53,10 @@ void bgp_link_weight_mgr::link_weight_resync_complete() {
    detail::deleteWhatWasNotSent(
       resyncMode_, resyncSet_, weights->bgpLinkWeightSdkOverrideEntry(),
       []( Ipnet::IntfId intf ) { return velo::intf_id_t( intf ); },
-      [&weights]( auto & at ) { weights->bgpLinkWeightSdkOverrideEntryDel( at ); } );
+      [&weights]( auto & at ) { weights->bgpLinkWeightSdkOverrideEntryDel( at ); },
+      [&weights]( const auto & unwanted ) {
+         return weights->bgpLinkWeightSdkOverrideEntryDelUnseen( unwanted );
+      } );
 }
 
 } // namespace VeloSdkRpc

@@ -57,8 +57,10 @@ void fib_override_mgr::via_override_resync_init() {
 void fib_override_mgr::via_override_resync_complete() {
    detail::requireResync( resyncMode_ );
    const auto config = config_;
-   detail::deleteWhatWasNotSent( resyncMode_, resyncSet_, config->viaOverride(), std::identity(),
-                                 [&config]( auto & at ) { config->viaOverrideDel( at ); } );
+   detail::deleteWhatWasNotSent(
+      resyncMode_, resyncSet_, config->viaOverride(), std::identity(),
+      [&config]( auto & at ) { config->viaOverrideDel( at ); },
+      [&config]( const auto & unwanted ) { return config->viaOverrideDelUnseen( unwanted ); } );
 }
 
 } // namespace VeloSdkRpc

@@ -51,23 +51,31 @@ class ResyncPass {
    bool over_ = false;
 };
 
-/// Calls `del( at )`, which deletes where the iterator `at` stands and advances it, for every key
-/// in `entries` that is not in `sent`, then empties `sent` and leaves the resync mode. O(entries).
+/// Deletes from `entries` every key that is not in `sent`, then empties `sent` and leaves the
+/// resync mode. O(entries).
 ///
-/// Whoever is told of a deletion may call the manager, destroy it, or change `entries`, which the
-/// caller keeps alive. What it sets through the manager enters `sent` and stays; when it completes
-/// the bracket itself, that is the end of this pass too. If it throws, the pass goes on, and the
-/// first exception leaves when all is done.
-template< class Sent, class Entries, class KeyFrom, class Delete >
+/// First it calls `delUnseen( unwanted )`, which deletes all of them at once if nobody will be
+/// told, and otherwise returns false. Then it is `del( at )`, one by one, which deletes where the
+/// iterator `at` stands and advances it. Whoever is told of a deletion may call the manager,
+/// destroy it, or change `entries`, which the caller keeps alive. What it sets through the manager
+/// enters `sent` and stays; when it completes the bracket itself, that is the end of this pass too.
+/// If it throws, the pass goes on, and the first exception leaves when all is done.
+template< class Sent, class Entries, class KeyFrom, class Delete, class DeleteUnseen >
 void deleteWhatWasNotSent( bool & resyncMode, Sent & sent, const Entries & entries,
-                           const KeyFrom & keyFrom, const Delete & del ) {
+                           const KeyFrom & keyFrom, const Delete & del,
+                           const DeleteUnseen & delUnseen ) {
    FirstException failure;
    const ResyncPass pass( resyncMode );
-   for ( auto at = entries.iterator(); at && !pass.over(); ) {
-      if ( !sent.empty() && sent.contains( keyFrom( at.key() ) ) ) {
-         at.advance();
-      } else {
-         failure.guard( [&] { del( at ); } );
+   const auto unwanted = [&]( const auto & key ) {
+      return sent.empty() || !sent.contains( keyFrom( key ) );
+   };
+   if ( !delUnseen( unwanted ) ) {
+      for ( auto at = entries.iterator(); at && !pass.over(); ) {
+         if ( unwanted( at.key() ) ) {
+            failure.guard( [&] { del( at ); } );
+         } else {
+            at.advance();
+         }
       }
    }
    if ( !pass.over() ) {

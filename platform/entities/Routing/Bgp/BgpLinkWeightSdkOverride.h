@@ -37,6 +37,11 @@ class VELO_PLATFORM_EXPORT BgpLinkWeightSdkOverride final : public Quon::Publish
    void bgpLinkWeightSdkOverrideEntryDel( Entries::Members::Iterator & at ) {
       entries_.memberDel( at );
    }
+   /// Those whose interface is `unwanted`, if nobody subscribes; false if somebody does.
+   template< class Unwanted >
+   bool bgpLinkWeightSdkOverrideEntryDelUnseen( const Unwanted & unwanted ) {
+      return entries_.memberDelUnseen( unwanted );
+   }
    void bgpLinkWeightSdkOverrideEntryDelAll() { entries_.memberDelAll(); }
 
    const Quon::TypeData & typeData() const override;

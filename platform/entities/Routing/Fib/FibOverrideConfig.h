@@ -54,6 +54,11 @@ class VELO_PLATFORM_EXPORT FibOverrideConfig final : public Quon::PublishingEnti
    }
    /// The one that `at` stands on, which then advances.
    void viaOverrideDel( ViaOverrides::Members::Iterator & at ) { viaOverrides_.memberDel( at ); }
+   /// Those whose matcher is `unwanted`, if nobody subscribes; false if somebody does.
+   template< class Unwanted >
+   bool viaOverrideDelUnseen( const Unwanted & unwanted ) {
+      return viaOverrides_.memberDelUnseen( unwanted );
+   }
    void viaOverrideDelAll() { viaOverrides_.memberDelAll(); }
 
    /// The UCMP weight of vias that have none, see FibOverrideVia; absent: the switch's own.
