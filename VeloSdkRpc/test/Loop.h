@@ -27,9 +27,7 @@ class CountsAsks final : public Oru::SlicePolicy {
 class Loop {
  public:
    Loop() : scheduler_( Lumo::makeNode< Oru::TaskScheduler >() ) {
-#if !defined( ORU_ALWAYS_YIELD )
-      endlessSlices();
-#endif
+      if ( !Oru::TaskScheduler::grantsNoSlices() ) { endlessSlices(); }
       Oru::TaskSchedulerRoot::schedulerIs( scheduler_ );
    }
    ~Loop() { Oru::TaskSchedulerRoot::schedulerIs( nullptr ); }

@@ -11,11 +11,8 @@ namespace Oru {
 namespace {
 
 std::unique_ptr< SlicePolicy > defaultPolicy() {
-#if defined( ORU_ALWAYS_YIELD ) && ORU_ALWAYS_YIELD
-   return std::make_unique< AlwaysYield >();
-#else
+   if ( TaskScheduler::grantsNoSlices() ) { return std::make_unique< AlwaysYield >(); }
    return std::make_unique< TimeSlice >( std::chrono::milliseconds( 1 ) );
-#endif
 }
 
 Lumo::Ptr< TaskScheduler > & processWideScheduler() {
@@ -49,6 +46,14 @@ class TaskScheduler::Run {
    Lumo::Ptr< TaskScheduler > scheduler_;
    Lumo::Ptr< Task > task_; // the first to go: its end may be the end of the scheduler
 };
+
+bool TaskScheduler::grantsNoSlices() {
+#if defined( ORU_ALWAYS_YIELD ) && ORU_ALWAYS_YIELD
+   return true;
+#else
+   return false;
+#endif
+}
 
 TaskScheduler::TaskScheduler() : policy_( defaultPolicy() ) {}
 

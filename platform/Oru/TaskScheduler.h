@@ -48,7 +48,10 @@ class VELO_PLATFORM_EXPORT TaskScheduler final : public Lumo::Node {
  public:
    static constexpr std::size_t kUnlimited = std::numeric_limits< std::size_t >::max();
 
-   /// With slices of one millisecond of real time, or of nothing in builds with ORU_ALWAYS_YIELD.
+   /// Whether new schedulers end every slice at once: so they do in builds with VELO_ALWAYS_YIELD.
+   static bool grantsNoSlices();
+
+   /// With slices of one millisecond of real time, or none where `grantsNoSlices`.
    TaskScheduler();
    ~TaskScheduler() override;
 
