@@ -201,6 +201,7 @@ MplsRouteHwProgrammingSm::parkedRoutes() const {
    for ( const auto & each : fecIdToMplsRouteKeySet_ ) { entries.push_back( each.value().get() ); }
    std::ranges::sort( entries, {}, &FecIdToMplsRouteKeySet::age );
    std::vector< ParkedRoutes > parked;
+   parked.reserve( entries.size() );
    for ( const auto * entry : entries ) {
       parked.push_back( { entry->fecId(), entry->mplsRouteKeySet().size() } );
    }

@@ -120,7 +120,7 @@ Lumo::Ptr< const PbrPolicyCountersMgr::PolicyMapTypeCounters > PbrPolicyCounters
 PbrCounters PbrPolicyCountersMgr::counters( std::uint64_t shortKey,
                                             const PbrCountersKey & longKey ) const {
    Lumo::Impl::checkEventLoopThread();
-   const PbrCounters unknown( shortKey, longKey, nullptr, false );
+   PbrCounters unknown( shortKey, longKey, nullptr, false );
    if ( !root_ ) { return unknown; }
    const auto * policyMap = root_->policyMapCounters()[longKey.policyKey()];
    if ( !policyMap || !policyMap->value() ) { return unknown; }

@@ -139,3 +139,6 @@ using ShortKeysNovelKeyOutputKeyType = detail::OutputKey< ShortKeysNovelKeyOutpu
 
 } // namespace IlexCode::PbrCountersBacklogSm
 } // namespace VeloSdkRpc
+
+// What the machines above do needs the whole of the machine that they belong to.
+#include "VeloSdkRpc/PbrCountersBacklogSm.h"

@@ -133,7 +133,7 @@ using AttributeIndices =
 template< Impl::DescribedValue T >
 void parseText( CharRange & range, T & value ) {
    const auto set = [&]( const auto & attribute, auto && parsed ) {
-      attribute.set( value, std::move( parsed ) );
+      attribute.set( value, std::forward< decltype( parsed ) >( parsed ) );
    };
    range.expect( Impl::opening< T >() );
    [&]< std::size_t... I >( std::index_sequence< I... > ) {
@@ -222,7 +222,7 @@ struct TextForm< Lumo::Ptr< T > > {
  private:
    template< std::size_t... I >
    static Lumo::Ptr< T > parseEntity( CharRange & range, std::index_sequence< I... > ) {
-      const auto keep = []( const auto &, auto && parsed ) { return std::move( parsed ); };
+      const auto keep = []( const auto &, auto parsed ) { return parsed; };
       const std::size_t start = range.position();
       range.expect( Impl::opening< Entity >() );
       // Braces: the attributes are read from left to right.

@@ -20,8 +20,8 @@ template< class T >
 void swapRelocating( T & a, T & b ) {
    if constexpr ( Lumo::isRelocatable< T > ) {
       alignas( T ) std::byte between[sizeof( T )];
-      std::memcpy( between, &a, sizeof( T ) );
-      std::memcpy( static_cast< void * >( &a ), &b, sizeof( T ) );
+      std::memcpy( between, static_cast< const void * >( &a ), sizeof( T ) );
+      std::memcpy( static_cast< void * >( &a ), static_cast< const void * >( &b ), sizeof( T ) );
       std::memcpy( static_cast< void * >( &b ), between, sizeof( T ) );
    } else {
       std::swap( a, b );

@@ -49,7 +49,8 @@ HashDirectory::Ref HashDirectory::below( Ref ref, std::uint64_t hash ) {
 HashDirectory::Path HashDirectory::pathTo( std::uint64_t hash ) const {
    Path path;
    path.steps[0] = { const_cast< Ref * >( &root_ ), nullptr };
-   for ( Ref ref = root_; const unsigned bits = ref & kBitsMask; ) {
+   for ( Ref ref = root_; ( ref & kBitsMask ) != 0; ) {
+      const unsigned bits = ref & kBitsMask;
       Page * const page = pageOf( ref );
       Ref * const slot = &page->slots[hash >> ( 64 - bits )];
       path.steps[++path.last] = { slot, page };

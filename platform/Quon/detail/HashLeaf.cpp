@@ -52,8 +52,9 @@ void HashLeaf::append( const HashLeaf & from, unsigned first, unsigned end, unsi
       const HashLine & line = from.lines[from.slots[slot]];
       const unsigned width = from.widthOf( line );
       new ( lines + count ) HashLine( line );
-      std::memset( slots + to, count++, width * scale );
-      to += width * scale;
+      const unsigned wide = width * scale;
+      std::memset( slots + to, count++, wide );
+      to += wide;
       slot += width;
    }
 }

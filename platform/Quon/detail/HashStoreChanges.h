@@ -111,8 +111,8 @@ void HashStore< K, V, Traits >::divideLeaf( HashLeaf & leaf, std::uint64_t hash,
    const unsigned capacity = Elements::capacityFor( moving + moving / 4 );
    Room room( Elements::allocate( capacity ) );
    directory_.divide( hash, zero.get(), one.get() );
-   zero.release();
-   one.release();
+   static_cast< void >( zero.release() ); // they are the directory's now
+   static_cast< void >( one.release() );
 
    forgetPlaces( leaf, watchers );
    large.roomIsOf( leaf );

@@ -2,6 +2,7 @@
 
 #include "Lumo/Assert.h"
 #include "Lumo/Thread.h"
+#include "Quon/detail/Element.h"
 #include "Quon/detail/KeyedIterator.h"
 #include "Quon/detail/Relocate.h"
 
