@@ -23,7 +23,8 @@ PbrStreamReport Inspection::pbrStream() const {
       report.novelKeys = table->novelKey().size();
    }
    if ( const auto & backlog = counters.backlog() ) {
-      report.backlog = backlog->backlog().size();
+      report.account = backlog->account();
+      report.backlog = report.account.pending;
       if ( const auto & bookmark = backlog->bookmark() ) { report.bookmark = *bookmark; }
    }
    return report;

@@ -27,6 +27,7 @@ struct PbrStreamReport {
    std::size_t novelKeys = 0;
    std::size_t backlog = 0;
    std::optional< std::uint64_t > bookmark;
+   VeloSdkRpc::PbrCountersBacklogAccount account;
 };
 
 class Inspection {

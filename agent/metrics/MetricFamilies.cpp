@@ -89,6 +89,13 @@ void pbrStream( Families & families, const PbrStreamReport & stream ) {
    families.gauge( "pbr_novel_keys", "Short keys whose long key was not told yet.",
                    stream.novelKeys );
    families.gauge( "pbr_backlog_records", "Records that wait to be drained.", stream.backlog );
+   families.counter( "pbr_records_arrived_total", "Records that were ever filed to be drained.",
+                     stream.account.arrived );
+   families.all.push_back( counter( "pbr_records_total", "What became of them; the others wait." )
+                              .value( stream.account.delivered, { { "fate", "delivered" } } )
+                              .value( stream.account.coalesced, { { "fate", "coalesced" } } )
+                              .value( stream.account.cancelled, { { "fate", "cancelled" } } )
+                              .value( stream.account.dropped, { { "fate", "dropped" } } ) );
 }
 
 void scheduler( Families & families, const Oru::TaskScheduler & scheduler ) {

@@ -21,6 +21,15 @@ void fill( v1::GetStatusResponse::Mount & to, const MountReport & mount ) {
    to.set_present( mount.present );
 }
 
+void fill( v1::GetStatusResponse::Account & to,
+           const VeloSdkRpc::PbrCountersBacklogAccount & account ) {
+   to.set_arrived( account.arrived );
+   to.set_delivered( account.delivered );
+   to.set_coalesced( account.coalesced );
+   to.set_cancelled( account.cancelled );
+   to.set_dropped( account.dropped );
+}
+
 void fill( v1::GetStatusResponse::PbrStream & to, const PbrStreamReport & stream ) {
    to.set_mode( stream.streaming ? v1::GetStatusResponse::MODE_STREAMING
                                  : v1::GetStatusResponse::MODE_IDLE );
@@ -30,6 +39,7 @@ void fill( v1::GetStatusResponse::PbrStream & to, const PbrStreamReport & stream
    to.set_novel_keys( stream.novelKeys );
    to.set_backlog( stream.backlog );
    if ( stream.bookmark ) { to.set_bookmark( *stream.bookmark ); }
+   fill( *to.mutable_account(), stream.account );
 }
 
 void fill( v1::GetStatusResponse::Scheduler & to, const Oru::TaskScheduler & scheduler ) {

@@ -123,6 +123,27 @@ TEST_F( IntrospectionTest, WhatWaitsToBeDrainedIsCounted ) {
    EXPECT_EQ( backlog, 1U );
 }
 
+TEST_F( IntrospectionTest, EveryRecordIsAccountedFor ) {
+   onTheLoop( []( Parts & parts ) {
+      parts.managers.pbrCounters().startWatching( Lumo::makeNode< Consumer >() );
+      auto & backlog = *parts.managers.pbrCounters().backlog();
+      backlog.backlogIs( VeloSdkRpc::PbrCounters( 77, {}, nullptr, false ) );
+      backlog.backlogIs( VeloSdkRpc::PbrCounters( 77, {}, nullptr, true ) );
+      backlog.backlogIs( VeloSdkRpc::PbrCounters( 78, {}, nullptr, false ) );
+      backlog.backlogDel( 78 );
+   } );
+   publish( 0, 5 );
+   const auto stream = status().pbr_stream();
+   const auto & account = stream.account();
+   EXPECT_GE( account.arrived(), 8U );
+   EXPECT_GE( account.delivered(), 5U );
+   EXPECT_GE( account.coalesced(), 1U );
+   EXPECT_EQ( account.cancelled(), 1U );
+   EXPECT_EQ( account.dropped(), 0U );
+   EXPECT_EQ( account.arrived(), account.delivered() + account.coalesced() + account.cancelled() +
+                                    account.dropped() + stream.backlog() );
+}
+
 TEST_F( IntrospectionTest, ReadyIsWhatTheAgentSays ) {
    EXPECT_FALSE( status().ready() );
    onTheLoop( []( Parts & parts ) { parts.inspection.readyIs( true ); } );

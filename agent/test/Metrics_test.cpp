@@ -27,6 +27,12 @@ struct SomeClient final : WatchingClient {
    ClientReport report() const override { return { .peer = "unix:", .queue = 3, .told = 5 }; }
 };
 
+struct Consumer final : VeloSdkRpc::PbrCountersFrontend {
+   void appendItem( const VeloSdkRpc::PbrCounters &,
+                    VeloSdkRpc::PbrCountersEncodingFlags ) override {}
+   void push() override {}
+};
+
 /// An agent's parts, mounted, without a loop that runs.
 class MetricFamiliesTest : public testing::Test {
  protected:
@@ -90,6 +96,29 @@ TEST_F( MetricFamiliesTest, ValuesAreThoseOfTheAgent ) {
    EXPECT_THAT( text,
                 HasSubstr( "velo_agent_clients{stream=\"pbr_counters\",state=\"snapshot\"} 2" ) );
    EXPECT_THAT( text, HasSubstr( "velo_agent_client_queue_keys{stream=\"pbr_counters\"} 6" ) );
+}
+
+TEST_F( MetricFamiliesTest, WhatBecameOfTheRecordsIsCounted ) {
+   auto & counters = managers.pbrCounters();
+   counters.startWatching( Lumo::makeNode< Consumer >() );
+   ( *scheduler )->runUntilIdle();
+   const auto & backlog = counters.backlog();
+   const auto record = []( std::uint64_t shortKey, bool deleted ) {
+      return VeloSdkRpc::PbrCounters( shortKey, {}, nullptr, deleted );
+   };
+   backlog->backlogIs( record( 7, false ) );
+   backlog->backlogIs( record( 7, true ) );
+   backlog->backlogIs( record( 8, false ) );
+   backlog->backlogDel( 8 );
+   ( *scheduler )->runUntilIdle();
+   backlog->backlogIs( record( 9, false ) );
+   const std::string text = served();
+   EXPECT_THAT( text, HasSubstr( "\nvelo_agent_pbr_records_arrived_total 4\n" ) );
+   EXPECT_THAT( text, HasSubstr( "velo_agent_pbr_records_total{fate=\"delivered\"} 1" ) );
+   EXPECT_THAT( text, HasSubstr( "velo_agent_pbr_records_total{fate=\"coalesced\"} 1" ) );
+   EXPECT_THAT( text, HasSubstr( "velo_agent_pbr_records_total{fate=\"cancelled\"} 1" ) );
+   EXPECT_THAT( text, HasSubstr( "velo_agent_pbr_records_total{fate=\"dropped\"} 0" ) );
+   EXPECT_THAT( text, HasSubstr( "\nvelo_agent_pbr_backlog_records 1\n" ) );
 }
 
 class LoopCollectableTest : public testing::Test {

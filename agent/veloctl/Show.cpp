@@ -42,6 +42,13 @@ void factsOf( Session & session, const GetStatusResponse::PbrStream & stream ) {
                       wordOf( *GetStatusResponse::Mode_descriptor(), stream.mode() ),
                       stream.initial_scan_done() ? "done" : "going on" ) );
    fact( session, "backlog", fmt::format( "{} records", stream.backlog() ) );
+   if ( stream.has_account() ) {
+      const auto & account = stream.account();
+      fact( session, "account",
+            fmt::format( "{} arrived, {} delivered, {} coalesced, {} cancelled, {} dropped",
+                         account.arrived(), account.delivered(), account.coalesced(),
+                         account.cancelled(), account.dropped() ) );
+   }
    fact( session, "novel keys", cell( stream.novel_keys() ) );
    fact( session, "bookmark",
          stream.has_bookmark() ? fmt::format( "short key {}", stream.bookmark() )

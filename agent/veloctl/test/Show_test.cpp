@@ -76,6 +76,22 @@ TEST_F( ShowTest, TheBacklogIsTheStreamsPartOfTheStatus ) {
                                                "bookmark        short key 17\n" );
 }
 
+TEST_F( ShowTest, WhatBecameOfTheRecordsIsToldWithTheBacklog ) {
+   GetStatusResponse status = someStatus();
+   auto & account = *status.mutable_pbr_stream()->mutable_account();
+   account.set_arrived( 137 );
+   account.set_delivered( 100 );
+   account.set_coalesced( 20 );
+   account.set_cancelled( 8 );
+   account.set_dropped( 2 );
+   agentHas( status );
+   EXPECT_THAT(
+      output( { "show", "backlog" } ),
+      testing::HasSubstr(
+         "backlog         7 records\n"
+         "account         137 arrived, 100 delivered, 20 coalesced, 8 cancelled, 2 dropped\n" ) );
+}
+
 TEST_F( ShowTest, TasksAreATable ) {
    answer< ListTasksRequest, ListTasksResponse >( "Introspection/ListTasks",
                                                   []( const ListTasksRequest & ) {
