@@ -74,6 +74,7 @@ class VELO_SDK_RPC_EXPORT MplsRouteHwProgrammingSm final : public Quon::Entity {
    KeySetPtr fecIdToMplsRouteKeySetIs( const Plink::Fib::FecId & fecId );
    /// Removes the entry and returns it; null if there was none.
    KeySetPtr fecIdToMplsRouteKeySetDel( const Plink::Fib::FecId & fecId );
+   /// Removes every entry. O(n) for n FECs.
    void fecIdToMplsRouteKeySetDelAll();
    /// @}
 
@@ -91,8 +92,10 @@ class VELO_SDK_RPC_EXPORT MplsRouteHwProgrammingSm final : public Quon::Entity {
    /// The dispatch functions react to the one attribute that concerns them, and not at all once
    /// nobody but a reaction in progress refers to this machine. There must be a status.
    /// @{
+   /// A change of the status, whose `key` is that of a route.
    void mplsHwStatusDispatch( Lumo::Publisher *, Lumo::Subscriber *, short attributeId,
                               const void * key, const void * );
+   /// A change of the map, whose `key` is that of a group.
    void nexthopGroupMapDispatch( Lumo::Publisher *, Lumo::Subscriber *, short attributeId,
                                  const void * key, const void * );
 

@@ -39,6 +39,7 @@ class VELO_SDK_RPC_EXPORT PbrCountersBacklog final : public Quon::PublishingEnti
    /// passes through the call that made the change; the change stands.
    enum Attribute : short { kShortKeys = 1, kFrontend, kBacklog, kBookmark };
 
+   /// Empty. `shortKeys` is shared with whoever assigns short keys; draining takes novelty from it.
    explicit PbrCountersBacklog( const Lumo::Ptr< PbrCountersKeyCompressionTable > & shortKeys );
    ~PbrCountersBacklog() override;
 
@@ -48,6 +49,7 @@ class VELO_SDK_RPC_EXPORT PbrCountersBacklog final : public Quon::PublishingEnti
 
    /// The consumer; null while nobody ever watched.
    const Lumo::Ptr< PbrCountersFrontend > & frontend() const { return frontend_; }
+   /// From now on `frontend` is fed, in place of the one before; published if it is another one.
    void frontendIs( const Lumo::Ptr< PbrCountersFrontend > & frontend );
    bool watching() const { return static_cast< bool >( frontend_ ); }
 
@@ -126,6 +128,7 @@ class VELO_SDK_RPC_EXPORT PbrCountersBacklog final : public Quon::PublishingEnti
    PbrCountersBacklogAccount account_; ///< But for `pending`.
 };
 
+/// Both make an empty backlog.
 VELO_SDK_RPC_EXPORT Lumo::Ptr< PbrCountersBacklog >
 pbrCountersBacklogFactory( const Lumo::Ptr< PbrCountersKeyCompressionTable > & shortKeys );
 VELO_SDK_RPC_EXPORT Lumo::Ptr< PbrCountersBacklog >

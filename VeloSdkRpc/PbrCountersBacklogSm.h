@@ -57,10 +57,12 @@ class VELO_SDK_RPC_EXPORT PbrCountersBacklogSm final
    const Lumo::Ptr< PbrCountersKeyCompressionTable > & shortKeys() const { return shortKeys_; }
 
    const Lumo::Ptr< RootSm0 > & rootSm0() const { return rootSm(); }
+   /// Makes the machine of `en`, in place of the one before.
    void rootSm0Is( const Lumo::Ptr< const PolicyMapTypeCounters > & en,
                    PbrCountersBacklogSm * parent ) {
       rootSmIs( en, parent );
    }
+   /// Detaches the machine and lets go of it.
    void rootSm0Del() { rootSmDel(); }
 
    /// @name Events
@@ -96,14 +98,19 @@ class VELO_SDK_RPC_EXPORT PbrCountersBacklogSm final
    bool isCommon( const detail::ShortKeyMemo & memo ) const;
 
    /// @name Outputs
+   /// Each is called once the input is scanned.
    /// @{
+   /// Reconciles the backlog, if it must be, and declares it ready when that is done.
    void handleBacklogBacklogOutputInputReady();
+   /// The same for the novel set.
    void handleShortKeysNovelKeyOutputInputReady();
+   /// Declares the next key ready.
    void handleShortKeysNextKeyOutputInputReady();
+   /// Declares the short keys ready.
    void handleShortKeysShortKeyOutputInputReady();
    /// @}
 
-   /// @name Reconciliation of the backlog
+   /// @name Reconciliation of the backlog, see detail/ReconciledOutput.h
    /// @{
    bool backlogBacklogOutputReconciling() const { return backlogOutput_.reconciling(); }
    bool backlogBacklogOutputUseBookmark() const { return backlogOutput_.useBookmark(); }
@@ -111,27 +118,32 @@ class VELO_SDK_RPC_EXPORT PbrCountersBacklogSm final
    const BacklogBacklogOutput::Seen & backlogBacklogOutputSeen() const {
       return backlogOutput_.seen();
    }
+   /// `key` has been written since the start and stays.
    void backlogBacklogOutputSeenIs( const BacklogBacklogOutputKeyType & key ) {
       backlogOutput_.seenIs( key );
    }
+   /// `key` has not been written.
    void backlogBacklogOutputSeenDel( const BacklogBacklogOutputKeyType & key ) {
       backlogOutput_.seenDel( key );
    }
+   /// No key has been written.
    void backlogBacklogOutputSeenDelAll() { backlogOutput_.seenDelAll(); }
    const Lumo::Ptr< Oru::Task > & backlogBacklogOutputReconciliationTask() const {
       return backlogOutput_.task();
    }
+   /// Makes the task in which an asynchronous machine reconciles, in place of the one before.
    void backlogBacklogOutputReconciliationTaskIs( const Lumo::Ptr< Oru::TaskScheduler > & scheduler,
                                                   Oru::TaskPriority taskPriority,
                                                   const Lumo::String & taskName ) {
       backlogOutput_.taskIs( scheduler, taskPriority, taskName, onBacklogOutputRun_ );
    }
+   /// Legal from inside the task's own run.
    void backlogBacklogOutputReconciliationTaskDel() {
       backlogOutput_.taskDel( onBacklogOutputRun_ );
    }
    /// @}
 
-   /// @name Reconciliation of the novel set
+   /// @name Reconciliation of the novel set, see detail/ReconciledOutput.h
    /// @{
    bool shortKeysNovelKeyOutputReconciling() const { return novelKeyOutput_.reconciling(); }
    bool shortKeysNovelKeyOutputUseBookmark() const { return novelKeyOutput_.useBookmark(); }
@@ -139,22 +151,27 @@ class VELO_SDK_RPC_EXPORT PbrCountersBacklogSm final
    const ShortKeysNovelKeyOutput::Seen & shortKeysNovelKeyOutputSeen() const {
       return novelKeyOutput_.seen();
    }
+   /// `key` has been written since the start and stays.
    void shortKeysNovelKeyOutputSeenIs( const ShortKeysNovelKeyOutputKeyType & key ) {
       novelKeyOutput_.seenIs( key );
    }
+   /// `key` has not been written.
    void shortKeysNovelKeyOutputSeenDel( const ShortKeysNovelKeyOutputKeyType & key ) {
       novelKeyOutput_.seenDel( key );
    }
+   /// No key has been written.
    void shortKeysNovelKeyOutputSeenDelAll() { novelKeyOutput_.seenDelAll(); }
    const Lumo::Ptr< Oru::Task > & shortKeysNovelKeyOutputReconciliationTask() const {
       return novelKeyOutput_.task();
    }
+   /// Makes the task in which an asynchronous machine reconciles, in place of the one before.
    void
    shortKeysNovelKeyOutputReconciliationTaskIs( const Lumo::Ptr< Oru::TaskScheduler > & scheduler,
                                                 Oru::TaskPriority taskPriority,
                                                 const Lumo::String & taskName ) {
       novelKeyOutput_.taskIs( scheduler, taskPriority, taskName, onNovelKeyOutputRun_ );
    }
+   /// Legal from inside the task's own run.
    void shortKeysNovelKeyOutputReconciliationTaskDel() {
       novelKeyOutput_.taskDel( onNovelKeyOutputRun_ );
    }

@@ -29,6 +29,7 @@ namespace velo {
 /// The root of the family. Abstract: what is thrown is always one of the others.
 class VELO_SDK_RPC_EXPORT error : public std::exception {
  public:
+   /// `message` is for people: what was wrong, and with what.
    explicit error( std::string message );
 
    /// The message. Valid while this object lives and is not assigned to.
@@ -44,6 +45,7 @@ class VELO_SDK_RPC_EXPORT error : public std::exception {
 /// An argument that means nothing, whatever the state of the system.
 class VELO_SDK_RPC_EXPORT invalid_argument_error : public error {
  public:
+   /// `argument` is the argument's name.
    explicit invalid_argument_error( std::string message, std::string argument = {} );
 
    /// The name of the argument; may be empty.
@@ -58,6 +60,7 @@ class VELO_SDK_RPC_EXPORT invalid_argument_error : public error {
 /// An argument outside of its range.
 class VELO_SDK_RPC_EXPORT invalid_range_error : public invalid_argument_error {
  public:
+   /// `value` is what the argument was.
    explicit invalid_range_error( std::string message, std::string argument = {},
                                  std::uint64_t value = 0 );
 
@@ -81,6 +84,7 @@ class VELO_SDK_RPC_EXPORT configuration_error : public error {
 /// An agent that must be configured for this is not.
 class VELO_SDK_RPC_EXPORT unconfigured_agent_error : public configuration_error {
  public:
+   /// `agent` is the agent's name.
    explicit unconfigured_agent_error( std::string message, std::string agent = {} );
 
    /// The name of the agent; may be empty.
@@ -95,6 +99,7 @@ class VELO_SDK_RPC_EXPORT unconfigured_agent_error : public configuration_error 
 /// This switch cannot do it.
 class VELO_SDK_RPC_EXPORT unsupported_error : public error {
  public:
+   /// `feature` is what the switch cannot do.
    explicit unsupported_error( std::string message, std::string feature = {} );
 
    /// What it cannot do; may be empty.

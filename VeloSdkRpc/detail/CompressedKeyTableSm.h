@@ -42,6 +42,7 @@ class VELO_SDK_RPC_EXPORT PolicyMapCountersSm4 final : public PolicyMapSm4Base {
    void doDeleteAll();
 };
 
+/// The level of all policy maps.
 class VELO_SDK_RPC_EXPORT RootSm3 final
    : public detail::RootSm< RootSm3, VeloSdkRpc::CompressedKeyTableSm, PolicyMapCountersSm4 > {
  public:
@@ -56,12 +57,14 @@ class VELO_SDK_RPC_EXPORT RootSm3 final
    const Quon::TypeData & typeData() const override;
 };
 
+/// How far the scan of the input is; see ScanState.h.
 class VELO_SDK_RPC_EXPORT InputSmScanState final : public detail::ScanStateRecord {
  public:
    ~InputSmScanState() override;
    const Quon::TypeData & typeData() const override;
 };
 
+/// Which outputs are ready to be written; see OutputState.h.
 class VELO_SDK_RPC_EXPORT OutputState final : public detail::OutputStateRecord< 2 > {
  public:
    ~OutputState() override;

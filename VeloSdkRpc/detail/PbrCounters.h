@@ -29,15 +29,15 @@ class VELO_SDK_RPC_EXPORT PbrCounters {
    /// Errors: `Quon::ParseError`, with the path of the attribute.
    explicit PbrCounters( Quon::CharRange & text );
 
-   /// @name Shared-memory hooks, see QuonFrell/QuonFrell.h
-   /// An image holds one more reference on the `data` entity.
-   /// @{
+   /// Its image in shared memory. It holds one more reference on the `data` entity.
    struct Image {
       std::uint64_t shortKey;
       PbrCountersKey::Image longKey;
       Frell::EntityRef data;
       Frell::Flag deletedKey;
    };
+   /// @name Hooks of the image, see QuonFrell/QuonFrell.h
+   /// @{
    PbrCounters( const Image * image, Frell::Manager & manager );
    void frell_shmemify( void * dst, Frell::Manager * manager ) const;
    void frell_defrell( const void * src, Frell::SMgr< QuonFrell::EntityBase > * reader );

@@ -88,6 +88,7 @@ class VELO_SDK_RPC_EXPORT PolicyMapCountersSm1 final : public PolicyMapSm1Base {
    childSmClassCountersPolicyMapCountersCountersDataPtrConst( const Lumo::String & name ) const;
 };
 
+/// The level of all policy maps; those that are null are passed over.
 class VELO_SDK_RPC_EXPORT RootSm0 final
    : public detail::RootSm< RootSm0, VeloSdkRpc::PbrCountersBacklogSm, PolicyMapCountersSm1 > {
  public:
@@ -102,12 +103,14 @@ class VELO_SDK_RPC_EXPORT RootSm0 final
    const Quon::TypeData & typeData() const override;
 };
 
+/// How far the scan of the input is; see ScanState.h.
 class VELO_SDK_RPC_EXPORT InputSmScanState final : public detail::ScanStateRecord {
  public:
    ~InputSmScanState() override;
    const Quon::TypeData & typeData() const override;
 };
 
+/// Which outputs are ready to be written; see OutputState.h.
 class VELO_SDK_RPC_EXPORT OutputState final : public detail::OutputStateRecord< 4 > {
  public:
    ~OutputState() override;
@@ -126,10 +129,12 @@ class VELO_SDK_RPC_EXPORT OutputState final : public detail::OutputStateRecord< 
 VELO_SDK_RPC_EXPORT Lumo::Ptr< OutputState > outputStateFactory();
 VELO_SDK_RPC_EXPORT Lumo::Ptr< OutputState > OutputStateIs();
 
+/// Names the key type of the reconciled backlog.
 struct BacklogBacklogOutput {
    static constexpr std::string_view kKeyTypeName =
       "VeloSdkRpc::IlexCode::PbrCountersBacklogSm::BacklogBacklogOutputKeyType";
 };
+/// Names the key type of the reconciled novel set.
 struct ShortKeysNovelKeyOutput {
    static constexpr std::string_view kKeyTypeName =
       "VeloSdkRpc::IlexCode::PbrCountersBacklogSm::ShortKeysNovelKeyOutputKeyType";

@@ -26,13 +26,14 @@ class VELO_SDK_RPC_EXPORT PbrCountersKey {
    /// Reads the text form at the cursor. Errors: `Quon::ParseError`.
    explicit PbrCountersKey( Quon::CharRange & text );
 
-   /// @name Shared-memory hooks, see QuonFrell/QuonFrell.h
-   /// @{
+   /// Its image in shared memory.
    struct Image {
       PolicyMap::Counters::PolicyMapKey::Image policyKey;
       Frell::String name;
       Frell::String aclRule;
    };
+   /// @name Hooks of the image, see QuonFrell/QuonFrell.h
+   /// @{
    PbrCountersKey( const Image * image, Frell::Manager & manager );
    void frell_shmemify( void * dst, Frell::Manager * manager ) const;
    void frell_defrell( const void * src, Frell::SMgr< QuonFrell::EntityBase > * reader );

@@ -27,6 +27,7 @@ struct Array {
    std::uint32_t size;
 };
 
+/// The bytes of a string.
 struct String {
    Array< char > chars;
 };

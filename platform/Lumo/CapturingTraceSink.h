@@ -15,6 +15,7 @@ namespace Lumo {
 ///    EXPECT_TRUE( traces.has( 7, "Processing short key 1 with flags ..." ) );
 class CapturingTraceSink final : public TraceSink {
  public:
+   /// One trace message, as it was emitted.
    struct Message {
       std::string handle;
       int level;

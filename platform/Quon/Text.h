@@ -161,24 +161,28 @@ struct TextForm< T > {
    }
 };
 
+/// `True` or `False`.
 template<>
 struct TextForm< bool > {
    static void print( std::string & out, bool value ) { out += value ? "True" : "False"; }
    static bool parse( CharRange & range ) { return range.parseBool(); }
 };
 
+/// Decimal; what `I` cannot hold is an error.
 template< std::integral I >
 struct TextForm< I > {
    static void print( std::string & out, I value ) { out += std::to_string( value ); }
    static I parse( CharRange & range ) { return range.parseInteger< I >(); }
 };
 
+/// In quotes, with escapes.
 template<>
 struct TextForm< Lumo::String > {
    static void print( std::string & out, const Lumo::String & s ) { Impl::appendString( out, s ); }
    static Lumo::String parse( CharRange & range ) { return range.parseString(); }
 };
 
+/// The value, or `None`.
 template< class T >
 struct TextForm< Optional< T > > {
    static void print( std::string & out, const Optional< T > & optional ) {
@@ -202,6 +206,7 @@ struct TextForm< T > {
    }
 };
 
+/// The entity, or `None`; what is read becomes an entity of its own.
 template< class T >
 struct TextForm< Lumo::Ptr< T > > {
    using Entity = std::remove_const_t< T >;

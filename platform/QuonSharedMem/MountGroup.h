@@ -21,6 +21,7 @@ struct MountInfo {
 /// Thread     event loop only
 class VELO_PLATFORM_EXPORT MountGroup final : public Lumo::Node {
  public:
+   /// One request, as it was made.
    struct Mount {
       Lumo::String path;
       Lumo::String entityType;

@@ -24,6 +24,7 @@ class VELO_PLATFORM_EXPORT FibOverrideConfig final : public Quon::PublishingEnti
    static constexpr short kViaOverride = 1;
    static constexpr short kUcmpWeightDefault = 2;
 
+   /// The override carries its key.
    struct ByMatcher : Quon::KeyTraits< FibOverrideViaMatcher > {
       struct KeyFunktor {
          const FibOverrideViaMatcher & operator()( const FibOverrideVia & via ) const {
