@@ -42,6 +42,24 @@ TYPED_TEST( MachineAttributesTest, TheSettingsOfTheControlCanBeRead ) {
    static_assert( TypeParam::Sm::defaultSynchronous() );
 }
 
+TYPED_TEST( MachineAttributesTest, WithoutItsRecordOfTheScanAMachineWithTasksIsNotIdle ) {
+   this->startAsynchronous();
+   this->loop.runUntilIdle();
+   ASSERT_TRUE( this->sm->idle() );
+   this->sm->inputSmScanStateIs( nullptr );
+   EXPECT_FALSE( this->sm->inputSmScanState() );
+   EXPECT_FALSE( this->sm->inputScan() );
+   EXPECT_FALSE( this->sm->idle() );
+}
+
+TYPED_TEST( MachineAttributesTest, LettingGoOfAPolicyMapThatIsNotThereChangesNothing ) {
+   this->grow( 1, 1 );
+   this->startSynchronous();
+   this->root().childSmPolicyMapCountersPolicyMapCountersPolicyMapCountersPtrConstDel(
+      PolicyMapKey( "nobody's" ) );
+   EXPECT_TRUE( this->child( "p0" ) );
+}
+
 class BacklogMachineAttributesTest : public BacklogMachineTest {};
 
 TEST_F( BacklogMachineAttributesTest, TheMachineNamesItsAttributesInOrder ) {

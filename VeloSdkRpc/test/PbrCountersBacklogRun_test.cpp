@@ -1,5 +1,6 @@
 #include "VeloSdkRpc/test/BacklogTest.h"
 
+#include <sstream>
 #include <stdexcept>
 
 /// Draining runs, with consumers that behave and others.
@@ -64,6 +65,12 @@ TEST_F( BacklogRunTest, ARunOverNothingPushesOnceAndReportsNothing ) {
    EXPECT_THAT( consumer->items, IsEmpty() );
    EXPECT_EQ( progressOf( traces ), progress( false, 0, 0, 0, 0, 1 ) );
    EXPECT_EQ( loop.pending(), 0U );
+}
+
+TEST_F( BacklogRunTest, TheProgressIsPrintedAsItIsTraced ) {
+   std::ostringstream os;
+   os << "EnqueueMessages Progress " << QuonLumo::MiBacklogProgress{ true, 1, 2, 3, 4, 5 };
+   EXPECT_EQ( os.str(), progress( true, 1, 2, 3, 4, 5 ) );
 }
 
 TEST_F( BacklogRunTest, ARunDeliversEverythingInTheCollectionsOrderThenPushesOnce ) {
