@@ -24,7 +24,9 @@ void PolicyMapCountersSm4::handleClassCounters0( const Lumo::String & name ) {
    LUMO_TRACE( traceHandle(), 8, "k: {}", name );
    const auto * entry = en()->classCounters()[name];
    const Counters countersPtr( entry ? entry->value() : nullptr );
-   root()->onChildEvent0( smKey(), name, countersPtr );
+   if ( RootSm3 * const above = root() ) { // A trace sink may have removed the policy map.
+      above->onChildEvent0( smKey(), name, countersPtr );
+   }
 }
 
 bool PolicyMapCountersSm4::classScanned( const Lumo::String & name,

@@ -290,6 +290,36 @@ TEST_F( CompressedKeyTableSmTest, BeforeEventsCountNothingCanBeMissed ) {
    EXPECT_FALSE( child( scanned ) );
 }
 
+// Trace sinks that change the tree
+// -----------------------------------------------------------------
+
+TEST_F( CompressedKeyTableSmTest, APolicyMapMayGoWhileAChangeOfItsClassesIsBeingTraced ) {
+   for ( const char * text : { "k: B", "input = from(" } ) {
+      tree.addClass( "p", "A" );
+      start( kSynchronous );
+      {
+         bool gone = false;
+         const ActsOnTrace removes( text, [&] {
+            if ( !std::exchange( gone, true ) ) { tree.removePolicy( "p" ); }
+         } );
+         tree.addClass( "p", "B" );
+         EXPECT_EQ( removes.times, 1 ) << text;
+      }
+      EXPECT_FALSE( child( "p" ) ) << text;
+   }
+}
+
+TEST_F( CompressedKeyTableSmTest, APolicyMapMayGoWhileItsClassIsBeingScanned ) {
+   tree.addClass( "p", "A" );
+   start( kAsynchronous );
+   const ActsOnTrace removes( "k: A", [&] { tree.removePolicy( "p" ); } );
+   loop.runUntilIdle();
+   EXPECT_EQ( removes.times, 1 );
+   EXPECT_TRUE( sm->ready() );
+   EXPECT_FALSE( child( "p" ) );
+   EXPECT_THAT( known(), IsEmpty() );
+}
+
 // Outputs -----------------------------------------------------------------------------------------
 
 TEST_F( CompressedKeyTableSmTest, TheShortKeyOutputIsReadyBeforeTheNextKeyOutput ) {
