@@ -138,8 +138,8 @@ void PbrCountersBacklog::process( const Lumo::Ptr< Oru::Task > & task ) {
    const detail::WitnessedRun steps( *this );
    const auto outdated = [this, filings = filings_] { return filings_ != filings; };
    const auto ended = [&]( const QuonLumo::MiBacklogProgress & progress, bool broke ) {
-      steps.ended( progress, broke );
       runAccounted( taken, outdated(), progress );
+      steps.ended( progress, broke );
       runReported( running, progress );
    };
    const QuonLumo::MiBacklogProgress progress = QuonLumo::Impl::_processBacklog(

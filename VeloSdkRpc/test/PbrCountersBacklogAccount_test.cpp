@@ -141,5 +141,44 @@ TEST_F( BacklogAccountTest, SoIsTheRecordInHandIfItsConsumerThenThrows ) {
    expect( { .arrived = 2, .cancelled = 2 } );
 }
 
+#if defined( VELO_DEBUG_CHECKS ) && VELO_DEBUG_CHECKS
+
+/// Looks at the account whenever a run has ended.
+class Auditor final : public detail::RunWitness {
+ public:
+   Auditor() : before_( detail::runWitnessIs( this ) ) {}
+   ~Auditor() { detail::runWitnessIs( before_ ); }
+   Auditor( const Auditor & ) = delete;
+   Auditor & operator=( const Auditor & ) = delete;
+
+   void runBegins( const PbrCountersBacklog & backlog ) override { backlog_ = &backlog; }
+   void asked( bool ) override {}
+   void item( std::uint64_t, const PbrCounters & ) override {}
+   void askedIfOutdated( bool ) override {}
+   void runEnded( const QuonLumo::MiBacklogProgress &, bool ) override {
+      ++audits;
+      EXPECT_TRUE( backlog_->account().isBalanced() );
+   }
+
+   int audits = 0;
+
+ private:
+   detail::RunWitness * const before_;
+   const PbrCountersBacklog * backlog_ = nullptr;
+};
+
+TEST_F( BacklogAccountTest, WhoWitnessesTheEndOfARunFindsItAccountedFor ) {
+   loop.yieldsAfter( 0 );
+   watch();
+   file( { 1, 2 } );
+   consumer->beforeItem = [this]( const auto &, auto ) { file( { 1, 2 } ); };
+   const Auditor auditor;
+   run();
+   expect( { .arrived = 4, .delivered = 1, .coalesced = 1, .pending = 2 } );
+   EXPECT_EQ( auditor.audits, 1 );
+}
+
+#endif
+
 } // namespace
 } // namespace VeloSdkRpc::test
