@@ -22,7 +22,6 @@ MplsRouteHwProgrammingWatcher::~MplsRouteHwProgrammingWatcher() = default;
 void MplsRouteHwProgrammingWatcher::doMounts( const Lumo::Ptr< Keldb::MountGroup > & mounts,
                                               const Lumo::Ptr< QuonSharedMem::MountGroup > & ) {
    Keldb::Mount status( statusPath, statusType );
-   status.flagsIs( Keldb::AllMountFlags( 0 ) );
    status.handleFlags( "r" );
    mounts->doMount( status );
 }

@@ -13,7 +13,8 @@
 namespace VeloSdkRpc {
 
 bool PbrCountersBacklogSm::isCommon( const detail::ShortKeyMemo & memo ) const {
-   return memo.isGood( *shortKeys_ ) && initialScanDone() && !backlogBacklogOutputReconciling() &&
+   // A memo is told nothing before the initial scan is done.
+   return memo.isGood( *shortKeys_ ) && !backlogBacklogOutputReconciling() &&
           traceHandle().levels() == 0;
 }
 
@@ -41,7 +42,6 @@ void ClassCountersSm2::doInputScan() {
 
 void ClassCountersSm2::doInputScan0() {
    if ( !detail::scanIsDue( *this ) ) { return; }
-   assertEn();
    const detail::InputScanState ended = detail::stateAfterPass( initialScanDone() );
    inputScanState0_ = ended;
    handleCountData0();
@@ -79,7 +79,7 @@ void ClassCountersSm2::handleCountData0Reactor() {
 void ClassCountersSm2::enDispatch( short attributeId, const void * ) {
    if ( attributeId != CountersData::kCountData ) { return; }
    const VeloSdkRpc::PbrCountersBacklogSm & top = *root()->parent();
-   if ( !en() || !top.isCommon( shortKeyMemo_ ) ) {
+   if ( !top.isCommon( shortKeyMemo_ ) ) {
       handleCountData0Reactor();
    } else if ( shortKeyMemo_.isPending( *top.backlog() ) ) {
       top.backlog()->filedAgain();

@@ -102,6 +102,91 @@ TEST_F( ClassMachineTest, ALetGoClassMachineTellsNothing ) {
    EXPECT_TRUE( record( 1 ).deletedKey() );
 }
 
+TEST_F( ClassMachineTest, ALetGoClassMachineDoesNothingWhenCalled ) {
+   tree.addClass( "p", "A" );
+   start( kSynchronous );
+   const auto machine = classMachine( "p", "A" );
+   child( "p" )->childSmClassCountersPolicyMapCountersCountersDataPtrConstDel( "A" );
+   ASSERT_FALSE( machine->parent() );
+   const auto arrived = backlog->account().arrived;
+   const Lumo::CapturingTraceSink traces;
+   machine->doInputScan();
+   machine->handleCountData0Reactor();
+   EXPECT_THAT( traces.messages, IsEmpty() );
+   EXPECT_EQ( backlog->account().arrived, arrived );
+}
+
+TEST_F( ClassMachineTest, AClassMachineWithoutAnEntityIsFatalWhenItIsWithdrawn ) {
+   tree.addPolicy( "p" );
+   start( kSynchronous );
+   const auto machine = Lumo::makeNode< ClassCountersSm2 >( nullptr, child( "p" ).get() );
+   const Lumo::ThrowingAssertionHandler assertions;
+   EXPECT_THROW( machine->doDeleteAll(), Lumo::AssertionThrown );
+}
+
+TEST_F( ClassMachineTest, AnotherAttributeOfTheCountersIsNothingToItsMachine ) {
+   const auto counters = tree.addClass( "p", "A" );
+   start( kSynchronous );
+   const auto arrived = backlog->account().arrived;
+   const short another = CountersData::kCountData + 1;
+   counters->publisher()->publishChange( another, nullptr );
+   EXPECT_EQ( backlog->account().arrived, arrived );
+}
+
+TEST_F( ClassMachineTest, WhoIsToldOfARecordFindsTheScanOfItsClassComplete ) {
+   tree.addClass( "p", "A" );
+   loop.endlessSlices();
+   start( kAsynchronous );
+   int told = 0;
+   const auto looks = onBacklog( [&]( std::uint64_t, const PbrCounters * ) {
+      ++told;
+      EXPECT_TRUE( classMachine( "p", "A" )->inputScanComplete0() );
+   } );
+   loop.runUntilIdle();
+   EXPECT_EQ( told, 1 );
+}
+
+TEST_F( ClassMachineTest, AClassMachineTracesThatItIsToScan ) {
+   tree.addClass( "p", "A" );
+   Lumo::CapturingTraceSink traces;
+   start( kSynchronous );
+   EXPECT_EQ( traces.count( 9, "ClassCountersSm2 doInputScan" ), 1U );
+   classMachine( "p", "A" )->doInputScan();
+   EXPECT_EQ( traces.count( 9, "ClassCountersSm2 doInputScan" ), 2U );
+}
+
+TEST_F( ClassMachineTest, OnlyTheMachineOfThePolicyMapOfThisRootTakesItsClasses ) {
+   tree.addClass( "p", "A" );
+   tree.addPolicy( "q" );
+   start( kSynchronous );
+   const auto en = classMachine( "p", "A" )->en();
+   const Lumo::ThrowingAssertionHandler assertions;
+   EXPECT_THROW( child( "q" )->childSmClassCountersPolicyMapCountersCountersDataPtrConstIs(
+                    en, child( "p" ).get() ),
+                 Lumo::AssertionThrown );
+   EXPECT_FALSE( classMachine( "q", "A" ) );
+   EXPECT_NO_THROW( child( "q" )->childSmClassCountersPolicyMapCountersCountersDataPtrConstIs(
+      en, child( "q" ).get() ) );
+   EXPECT_TRUE( classMachine( "q", "A" ) );
+}
+
+TEST_F( ClassMachineTest, ANullEntityIsRefusedBeforeAnythingElseIsLookedAt ) {
+   tree.addPolicy( "p" );
+   start( kSynchronous );
+   const Lumo::ThrowingAssertionHandler assertions;
+   EXPECT_THROW(
+      child( "p" )->childSmClassCountersPolicyMapCountersCountersDataPtrConstIs( nullptr, nullptr ),
+      Quon::NullPointerException );
+}
+
+TEST_F( ClassMachineTest, NotificationsThatAreOnAlreadyLeaveADeafClassMachineDeaf ) {
+   tree.addClass( "p", "A" );
+   start( kSynchronous );
+   classMachine( "p", "A" )->hasNotificationActiveIs( false );
+   child( "p" )->hasNotificationActiveIs( true );
+   EXPECT_FALSE( classMachine( "p", "A" )->hasNotificationActive() );
+}
+
 TEST_F( ClassMachineTest, DeletingEverythingIsTracedOnceByEveryMachine ) {
    for ( const char * name : { "A", "B", "C" } ) { tree.addClass( "p", name ); }
    tree.addClass( "q", "A" );

@@ -180,6 +180,19 @@ TEST_F( CommonEventTest, WhoeverIsToldOfARecordMayDropTheMachine ) {
    EXPECT_FALSE( sm );
 }
 
+TEST_F( CommonEventTest, ItDoesNotHoldTheMachineAsTheRulesDo ) {
+   unsigned holders = 0;
+   const auto looking =
+      onBacklog( [&]( std::uint64_t, const PbrCounters * ) { holders = sm->references(); } );
+   backlog->backlogDelAll();
+   tree.count( "p", "A", 2 );
+   EXPECT_EQ( holders, 1U );              // The test.
+   const Lumo::CapturingTraceSink traces; // What is traced goes by the rules.
+   backlog->backlogDelAll();
+   tree.count( "p", "A", 3 );
+   EXPECT_GT( holders, 1U );
+}
+
 TEST_F( CommonEventTest, AScanWhileARecordIsToldIsPartOfTheReaction ) {
    backlog->backlogDelAll();
    std::vector< bool > inReactor;
@@ -212,6 +225,15 @@ TEST_F( CommonEventTest, AnotherRecordThatIsPendingUnderTheKeyIsReplaced ) {
       backlog->backlogIs( other );
       tree.count( "p", "A", counters->countData().packets() + 1 );
       EXPECT_EQ( record( 1 ), live );
+   }
+}
+
+TEST_F( CommonEventTest, ARecordOfAnotherLongKeyThatIsPendingUnderTheKeyIsReplaced ) {
+   for ( const PbrCountersKey & other : { longKey( "q", "A" ), longKey( "p", "B" ),
+                                          PbrCountersKey( PolicyMapKey( "p" ), "A", "rule" ) } ) {
+      backlog->backlogIs( PbrCounters( 1, other, counters, false ) );
+      tree.count( "p", "A", counters->countData().packets() + 1 );
+      EXPECT_EQ( record( 1 ).longKey(), longKey( "p", "A" ) ) << other;
    }
 }
 

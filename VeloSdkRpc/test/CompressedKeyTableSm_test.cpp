@@ -1,3 +1,6 @@
+#include <sstream>
+#include <stdexcept>
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -161,6 +164,37 @@ TEST_F( CompressedKeyTableSmTest, APolicyMapThatGoesWithdrawsItsClassesWithAnAbs
    tree.removePolicy( "p" );
    EXPECT_TRUE( traces.has( 7, eventText( "p", "A", Counters() ) ) );
    EXPECT_THAT( known(), SizeIs( 1 ) );
+}
+
+TEST_F( CompressedKeyTableSmTest, DeletingEverythingIsTracedOnceByEveryMachine ) {
+   tree.addClass( "p", "A" );
+   tree.addClass( "q", "A" );
+   start( kSynchronous );
+   const Lumo::CapturingTraceSink traces;
+   sm->doDeleteAll();
+   EXPECT_EQ( traces.count( 9, "doDeleteAll" ), 2U + 1U );
+   EXPECT_THAT( known(), IsEmpty() );
+}
+
+TEST_F( CompressedKeyTableSmTest, AClassThatBreaksWhenItIsWithdrawnIsToldAndKeepsNoOtherIn ) {
+   for ( const char * name : { "A", "B", "C" } ) { tree.addClass( "p", name ); }
+   start( kSynchronous );
+   const ActsOnTrace breaks( "input = from(", [] { throw std::runtime_error( "no" ); } );
+   EXPECT_THROW( sm->doDeleteAll(), std::runtime_error );
+   EXPECT_THAT( known(), SizeIs( 1 ) );
+}
+
+TEST_F( CompressedKeyTableSmTest, AnEventIsTracedWithTheTextOfItsCounters ) {
+   const auto counters = tree.addClass( "p", "A", 3 );
+   std::ostringstream expected;
+   Quon::printText( expected, counters );
+   Lumo::CapturingTraceSink traces;
+   start( kSynchronous );
+   EXPECT_FALSE( expected.str().empty() );
+   EXPECT_TRUE(
+      traces.has( 7, "input = from( root.policyMapCounters[].classCounters[] ): policyKey=" +
+                        ilexPrint( PolicyMapKey( "p" ) ) + " name=A countersPtr=Optional( " +
+                        expected.str() + " )" ) );
 }
 
 TEST_F( CompressedKeyTableSmTest, NoveltyAndKeysWithAnAclRuleAreNeverTouched ) {

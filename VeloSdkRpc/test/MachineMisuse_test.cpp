@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "Lumo/ThrowingAssertionHandler.h"
 #include "VeloSdkRpc/test/BothMachinesTest.h"
 
 /// What the twin machines withstand from whoever holds them: parts taken away, notifications
@@ -99,6 +100,67 @@ TYPED_TEST( MachineMisuseTest, MachinesThatWereLetGoDoNothingWhenCalled ) {
    EXPECT_THAT( this->known(), SizeIs( 1 ) );
 }
 
+TYPED_TEST( MachineMisuseTest, AScanTaskThatGoesWhileTheScanTracesThatItYieldsIsNotMissed ) {
+   this->startAndYield( 3 );
+   const ActsOnTrace takes( "  yielding after", [this] { this->root().task0Del(); } );
+   this->loop.runUntilIdle();
+   EXPECT_EQ( takes.times, 1 );
+   EXPECT_EQ( this->root().inputScanState0(), InputScanState::yielded );
+   this->root().doInputScan();
+   EXPECT_TRUE( this->sm->ready() );
+   EXPECT_THAT( this->known(), SizeIs( 3 ) );
+}
+
+TYPED_TEST( MachineMisuseTest, ANullEntityIsRefusedBeforeAnythingElseIsLookedAt ) {
+   this->startSynchronous();
+   const Lumo::ThrowingAssertionHandler assertions;
+   EXPECT_THROW( this->root().childSmPolicyMapCountersPolicyMapCountersPolicyMapCountersPtrConstIs(
+                    nullptr, nullptr ),
+                 Quon::NullPointerException );
+}
+
+TYPED_TEST( MachineMisuseTest, AMachineThatOutlivesTheOneAboveItHasNoneAboveIt ) {
+   this->grow( 1, 1 );
+   this->startSynchronous();
+   const auto child = this->child( "p0" );
+   this->sm = nullptr;
+   EXPECT_FALSE( child->parent() );
+   child->handleClassCounters0( "c0" );
+}
+
+TYPED_TEST( MachineMisuseTest, ARootMachineThatIsReplacedIsADeafZombieWithNoneAboveIt ) {
+   this->grow( 1, 1 );
+   this->startSynchronous();
+   const auto before = TypeParam::root( *this->sm );
+   TypeParam::rootIs( *this->sm, this->tree.root );
+   EXPECT_NE( TypeParam::root( *this->sm ), before );
+   EXPECT_FALSE( before->hasNotificationActive() );
+   EXPECT_TRUE( before->isZombie() );
+   EXPECT_FALSE( before->parent() );
+}
+
+TYPED_TEST( MachineMisuseTest, AScanStateThatIsReplacedIsNotHeardAnyMoreAndTheNewOneIs ) {
+   this->startSynchronous();
+   const auto before = this->sm->inputSmScanState();
+   const auto after = Lumo::makeNode< typename TypeParam::ScanState >();
+   this->sm->inputSmScanStateIs( after );
+   EXPECT_FALSE( before->publisher()->hasSubscribers() );
+   EXPECT_TRUE( after->publisher()->hasSubscribers() );
+   this->sm->inputSmScanStateDel();
+   EXPECT_FALSE( after->publisher()->hasSubscribers() );
+}
+
+TYPED_TEST( MachineMisuseTest, OnlyTheRootMachineItselfTakesThePolicyMaps ) {
+   this->startSynchronous();
+   const auto other = TypeParam::make( *this, this->control( kSynchronous ) );
+   const auto map = Lumo::makeNode< PolicyMapCounters >( PolicyMapKey( "p" ) );
+   const Lumo::ThrowingAssertionHandler assertions;
+   EXPECT_THROW( this->root().childSmPolicyMapCountersPolicyMapCountersPolicyMapCountersPtrConstIs(
+                    map, TypeParam::root( *other ).get() ),
+                 Lumo::AssertionThrown );
+   EXPECT_FALSE( this->child( "p" ) );
+}
+
 // Notifications -----------------------------------------------------------------------------------
 
 TYPED_TEST( MachineMisuseTest, SwitchingNotificationsToWhatTheyAreLeavesTheScanTaskAlone ) {
@@ -109,6 +171,25 @@ TYPED_TEST( MachineMisuseTest, SwitchingNotificationsToWhatTheyAreLeavesTheScanT
    EXPECT_TRUE( this->root().task0()->publisher()->hasSubscribers() );
    this->loop.runUntilIdle();
    EXPECT_EQ( this->root().inputScanState0(), InputScanState::initialPassComplete );
+}
+
+TYPED_TEST( MachineMisuseTest, NotificationsThatAreOnAlreadyLeaveADeafRootMachineDeaf ) {
+   this->startSynchronous();
+   this->root().hasNotificationActiveIs( false );
+   this->sm->hasNotificationActiveIs( true );
+   EXPECT_FALSE( this->root().hasNotificationActive() );
+}
+
+TYPED_TEST( MachineMisuseTest, WithoutNotificationsTheEndOfTheInitialScanStillAsksForTheOutputs ) {
+   this->startAndYield( 3 );
+   this->sm->hasNotificationActiveIs( false );
+   this->root().task0Del();
+   this->root().doInputScan();
+   EXPECT_TRUE( this->sm->inputScan() );
+   EXPECT_FALSE( this->sm->initialScanDone() );
+   this->sm->handleInitialScanDone();
+   EXPECT_THAT( this->known(), SizeIs( 3 ) );
+   EXPECT_TRUE( this->sm->ready() );
 }
 
 // Arguments that are its own ----------------------------------------------------------------------

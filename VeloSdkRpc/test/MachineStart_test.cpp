@@ -198,6 +198,26 @@ TYPED_TEST( MachineStartTest, ASynchronousStartIsTracedStepByStep ) {
    EXPECT_EQ( traces.messages.front().level, 8 ); // handleInitialized is entered
 }
 
+TYPED_TEST( MachineStartTest, TheMachinesTraceThatTheyAreToScan ) {
+   this->grow( 2, 0 );
+   Lumo::CapturingTraceSink traces;
+   this->startSynchronous();
+   const std::string scan = " doInputScan";
+   EXPECT_EQ( traces.count( 9, TypeParam::kRootName + scan ), 2U ); // One for each pass.
+   EXPECT_EQ( traces.count( 9, TypeParam::kChildName + scan ), 2U );
+   this->child( "p0" )->doInputScan();
+   EXPECT_EQ( traces.count( 9, TypeParam::kChildName + scan ), 3U );
+}
+
+TYPED_TEST( MachineStartTest, TheRootMachineListensOnlyBehindItsFirstPass ) {
+   int passes = 0;
+   const ActsOnTrace looks( TypeParam::kRootName + std::string( " doInputScan" ), [&] {
+      EXPECT_EQ( this->tree.root->publisher()->hasSubscribers(), passes++ == 1 );
+   } );
+   this->startSynchronous();
+   EXPECT_EQ( passes, 2 );
+}
+
 TYPED_TEST( MachineStartTest, TheInitialScanIsNotDoneBeforeTheInputScanIs ) {
    this->startAndYield( 3 );
    Lumo::CapturingTraceSink traces;

@@ -108,6 +108,21 @@ TEST_F( MplsSmLifeTest, LetsGoOfEverythingWhenItGoes ) {
    EXPECT_EQ( entry->references(), 1U );
 }
 
+TEST_F( MplsSmLifeTest, WhenItsCallbackGoesItIsAZombieWithoutNotifications ) {
+   Sm * dying = nullptr;
+   int looked = 0;
+   auto token = std::shared_ptr< Sm * >( &dying, [&]( Sm ** machine ) {
+      ++looked;
+      EXPECT_TRUE( ( *machine )->isZombie() );
+      EXPECT_FALSE( ( *machine )->hasNotificationActive() );
+   } );
+   sm = MplsRouteHwProgrammingSmIs( [token]( Route ) {}, state.status, state.groups );
+   token = nullptr;
+   dying = sm.get();
+   sm = nullptr;
+   EXPECT_EQ( looked, 1 );
+}
+
 TEST_F( MplsSmLifeTest, KnowsItsType ) {
    EXPECT_EQ( sm->typeData().typeName, "VeloSdkRpc::MplsRouteHwProgrammingSm" );
    EXPECT_THAT( sm->typeData().attributeNames,

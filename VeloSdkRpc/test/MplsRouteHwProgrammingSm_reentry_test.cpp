@@ -408,5 +408,25 @@ TEST_F( MplsSmReentryTest, AnEmptyCallbackRaisesBadFunctionCallAndLeavesTheOther
    EXPECT_EQ( parked( 7 ), 1U );
 }
 
+// Entries -----------------------------------------------------------------------------------------
+
+TEST_F( MplsSmReentryTest, AnEntryWhoseOnlyRouteBrokeTheClientLeavesTheIndex ) {
+   state.put( 20, 8 );
+   atFirst( []( const Route & ) { throw std::runtime_error( "client" ); } );
+   EXPECT_THROW( state.name( 8, "broken" ), std::runtime_error );
+   EXPECT_FALSE( sm->fecIdToMplsRouteKeySet( MplsState::fec( 8 ) ) );
+   EXPECT_THAT( sm->parkedRoutes(), SizeIs( 1 ) ); // The three of group 7.
+}
+
+TEST_F( MplsSmReentryTest, AnEntryLeavesTheIndexWithTheLastRouteThatABrokenReleaseLeftInIt ) {
+   brokenRelease();
+   state.put( oneToCome(), 7, 2 );
+   EXPECT_EQ( parked( 7 ), 1U );
+   EXPECT_FALSE( nothingParked() );
+   state.put( oneToCome(), 7, 2 );
+   EXPECT_THAT( client.labels(), allThree() );
+   EXPECT_TRUE( nothingParked() );
+}
+
 } // namespace
 } // namespace VeloSdkRpc::test

@@ -164,6 +164,51 @@ TEST_F( DisruptedBacklogSmTest, AClassIsPutBackWhileItIsBeingWithdrawn ) {
    expectInStepWithTheTree();
 }
 
+TEST_F( DisruptedBacklogSmTest, AClassThatIsBeingWithdrawnIsNotHeardAnyMore ) {
+   const auto counters = tree.addClass( "p0", "c0" );
+   start( kSynchronous );
+   int withdrawn = 0;
+   const auto disrupter = once( [&]( const PbrCounters & value ) {
+      withdrawn += value.deletedKey();
+      counters->countDataIs( CountData( 7, 700 ) );
+   } );
+   tree.removeClass( "p0", "c0" );
+   EXPECT_EQ( withdrawn, 1 );
+   EXPECT_THAT( known(), IsEmpty() );
+   EXPECT_EQ( table->nextKey(), 1U );
+   EXPECT_TRUE( record( 1 ).deletedKey() );
+}
+
+TEST_F( DisruptedBacklogSmTest, AClassIsPutBackWhileAnotherIsBeingWithdrawnInsideItsWithdrawal ) {
+   grow( 1, 3 );
+   start( kSynchronous );
+   const auto disrupter = onBacklog( [&]( std::uint64_t, const PbrCounters * value ) {
+      if ( !value || !value->deletedKey() ) { return; }
+      if ( value->longKey().name().view() == "c0" ) {
+         tree.removeClass( "p0", "c1" );
+      } else {
+         tree.addClass( "p0", "c0", 7 );
+      }
+   } );
+   tree.removeClass( "p0", "c0" );
+   EXPECT_FALSE( classMachine( "p0", "c1" ) );
+   EXPECT_THAT( known(), SizeIs( 2 ) );
+   expectInStepWithTheTree();
+   tree.count( "p0", "c0", 9 );
+   expectInStepWithTheTree();
+}
+
+TEST_F( DisruptedBacklogSmTest, APolicyMapThatGoesUnheardInItsOwnFirstScanIsWithdrawn ) {
+   start( kSynchronous );
+   sm->hasNotificationActiveIs( false );
+   tree.addClass( "p0", "c0" );
+   const auto disrupter = once( [&]( const PbrCounters & ) { tree.removePolicy( "p0" ); } );
+   root().handlePolicyMapCounters0( PolicyMapKey( "p0" ) );
+   EXPECT_FALSE( child( "p0" ) );
+   EXPECT_THAT( known(), IsEmpty() );
+   EXPECT_TRUE( record( 1 ).deletedKey() );
+}
+
 TEST_F( DisruptedBacklogSmTest, APolicyMapIsRemovedByTheListenerOfItsOwnCounters ) {
    grow( 2, 2 );
    start( kSynchronous );

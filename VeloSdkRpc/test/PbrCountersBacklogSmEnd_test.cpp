@@ -8,7 +8,7 @@
 #include "VeloSdkRpc/test/BacklogMachineTest.h"
 #include "VeloSdkRpc/test/Consumers.h"
 
-/// The order in which the backlog machine lets go of what it has.
+/// The order in which the machines let go of what they have.
 
 namespace VeloSdkRpc::test {
 namespace {
@@ -71,6 +71,8 @@ TEST_F( BacklogSmEndTest, EverythingIsLetGoInOrderAfterTheReactionsHaveEnded ) {
       EXPECT_FALSE( scanState->publisher()->hasSubscribers() );
       EXPECT_FALSE( tree.root->publisher()->hasSubscribers() );
       EXPECT_FALSE( rootMachine->parent() );
+      EXPECT_TRUE( raw->isZombie() );
+      EXPECT_FALSE( raw->hasNotificationActive() );
       EXPECT_TRUE( isFree( handle ) );
       EXPECT_FALSE( isFree( rootMachine ) || isFree( outputs ) || isFree( scanState ) );
       EXPECT_TRUE( raw->shortKeysNovelKeyOutputSeen()[NovelKey( 1 )] );
@@ -110,6 +112,42 @@ TEST_F( BacklogSmEndTest, ATaskThatWasMadeWhileNotificationsWereOffIsNotHeardAft
    sm = nullptr;
    task->scheduleTask();
    EXPECT_EQ( loop.runUntilIdle(), 1U );
+}
+
+TEST_F( BacklogSmEndTest, AScanStateThatWasSetWhileNotificationsWereOffIsNotHeardToTheEnd ) {
+   start( kSynchronous );
+   const auto scanState = sm->inputSmScanState();
+   sm->hasNotificationActiveIs( false );
+   sm->inputSmScanStateIs( scanState );
+   EXPECT_TRUE( scanState->publisher()->hasSubscribers() );
+   int told = 0;
+   sm->schedulerIs( schedulerThatTells( [&] {
+      ++told;
+      EXPECT_FALSE( scanState->publisher()->hasSubscribers() );
+   } ) );
+   sm = nullptr;
+   EXPECT_EQ( told, 1 );
+}
+
+class KeyTableSmEndTest : public MachineTest< KeyTableMachine > {};
+
+TEST_F( KeyTableSmEndTest, EverythingIsLetGoBeforeWhatItWasMadeWith ) {
+   start( kSynchronous );
+   const auto scanState = sm->inputSmScanState();
+   const auto outputs = sm->outputState();
+   const auto rootMachine = sm->rootSm3();
+   int told = 0;
+   sm->schedulerIs( schedulerThatTells( [&] {
+      ++told;
+      for ( const unsigned held :
+            { scanState->references(), outputs->references(), rootMachine->references() } ) {
+         EXPECT_EQ( held, 1U ); // The test's.
+      }
+      EXPECT_FALSE( scanState->publisher()->hasSubscribers() );
+      EXPECT_FALSE( tree.root->publisher()->hasSubscribers() );
+   } ) );
+   sm = nullptr;
+   EXPECT_EQ( told, 1 );
 }
 
 } // namespace

@@ -56,6 +56,13 @@ TEST_F( BacklogTaskTest, ATaskWithTheSameSchedulerAndNameIsKeptAndOnlyItsPriorit
    EXPECT_EQ( consumer->pushes, 0 );
 }
 
+TEST_F( BacklogTaskTest, SwitchingNotificationsToWhatTheyAreLeavesTheTaskAlone ) {
+   binding->hasNotificationActiveIs( false );
+   binding->taskIs( loop.scheduler(), 3, "another" ); // Subscribes to the new one.
+   binding->hasNotificationActiveIs( false );
+   EXPECT_TRUE( binding->task()->publisher()->hasSubscribers() );
+}
+
 TEST_F( BacklogTaskTest, AnotherNameMakesANewTaskAndRunsAtOnce ) {
    watch();
    const Lumo::Ptr< Oru::Task > before = binding->task();

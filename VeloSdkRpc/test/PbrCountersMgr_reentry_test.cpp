@@ -5,6 +5,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "Lumo/CapturingTraceSink.h"
 #include "VeloSdkRpc/test/MgrFixture.h"
 
 namespace VeloSdkRpc::test {
@@ -194,17 +195,69 @@ TEST_F( PbrCountersMgrReentryTest, AListenerThatStopsWhileStreamingBeginsLeavesI
    EXPECT_TRUE( idle() );
 }
 
+TEST_F( PbrCountersMgrReentryTest,
+        AListenerThatBreaksWhileStreamingBeginsLeavesItIdleWithTheConsumerFromBefore ) {
+   mgr().stopWatching();
+   loop.runUntilIdle();
+   const auto successor = newConsumer();
+   {
+      const auto listener = Lumo::makeNode< BacklogListener >(
+         mgr().backlog(), []( short ) { throw ConsumerBroke(); } );
+      EXPECT_THROW( mgr().startWatching( successor ), ConsumerBroke );
+   }
+   EXPECT_TRUE( idle() );
+   EXPECT_EQ( mgr().backlog()->frontend().get(), consumer.get() );
+   tree.addClass( "edge", "new" );
+   EXPECT_NE( shortKey( "edge", "new" ), 0U );
+   mgr().startWatching( successor );
+   EXPECT_TRUE( streaming() );
+   loop.runUntilIdle();
+   EXPECT_EQ( successor->contents(), tree.contents() );
+}
+
+TEST_F( PbrCountersMgrReentryTest, AMachineThatSomebodyHoldsHearsNothingOnceItsTimeIsOver ) {
+   const auto first = mgr().pbrCountersBacklogSm();
+   mgr().stopWatching();
+   EXPECT_FALSE( first->hasNotificationActive() );
+   const auto idling = mgr().compressedKeyTableSm();
+   mgr().startWatching( consumer );
+   EXPECT_FALSE( idling->hasNotificationActive() );
+   const auto streamed = mgr().pbrCountersBacklogSm();
+   const auto backlog = mgr().backlog();
+   loop.runUntilIdle();
+   destroyMgr();
+   tree.count( "edge", "web", 2 );
+   tree.addClass( "edge", "new" );
+   EXPECT_FALSE( streamed->hasNotificationActive() );
+   EXPECT_THAT( backlog->backlog(), SizeIs( 0 ) );
+}
+
+TEST_F( PbrCountersMgrReentryTest, AMachineThatSomebodyHoldsHearsNothingOnceAnIdleManagerIsGone ) {
+   mgr().stopWatching();
+   const auto idled = mgr().compressedKeyTableSm();
+   const auto table = mgr().shortKeys();
+   const std::uint64_t keys = table->nextKey();
+   destroyMgr();
+   tree.addClass( "edge", "new" );
+   EXPECT_FALSE( idled->hasNotificationActive() );
+   EXPECT_EQ( table->nextKey(), keys );
+}
+
 TEST_F( PbrCountersMgrReentryTest, AMachineThatIsOnlyFinishingAnEventHearsNothingNew ) {
    loop.runUntilIdle();
+   const Lumo::CapturingTraceSink traces; // The short way of an event does not hold the machine.
+   const Witness machine( mgr().pbrCountersBacklogSm()->publisher() );
    const auto listener =
-      Lumo::makeNode< BacklogListener >( mgr().backlog(), [this, done = false]( short ) mutable {
+      Lumo::makeNode< BacklogListener >( mgr().backlog(), [&, done = false]( short ) mutable {
          if ( std::exchange( done, true ) ) { return; }
          mgr().stopWatching();
          tree.addClass( "edge", "new" );
          tree.addClass( "core", "new" );
          tree.count( "edge", "voice", 2 );
+         EXPECT_TRUE( machine.sees() );
       } );
    tree.count( "edge", "web", 2 );
+   EXPECT_FALSE( machine.sees() );
    EXPECT_TRUE( idle() );
    EXPECT_NE( shortKey( "edge", "new" ), 0U );
    EXPECT_NE( shortKey( "core", "new" ), 0U );
@@ -216,11 +269,14 @@ TEST_F( PbrCountersMgrReentryTest, AMachineThatIsOnlyFinishingAnEventHearsNothin
 TEST_F( PbrCountersMgrReentryTest, DestroyedFromInsideAnEventItsMachineHearsNothingNew ) {
    loop.runUntilIdle();
    const Lumo::Ptr< PbrCountersBacklog > backlog = mgr().backlog();
+   const Lumo::CapturingTraceSink traces; // The short way of an event does not hold the machine.
+   const Witness machine( mgr().pbrCountersBacklogSm()->publisher() );
    const auto listener =
-      Lumo::makeNode< BacklogListener >( backlog, [this, done = false]( short ) mutable {
+      Lumo::makeNode< BacklogListener >( backlog, [&, done = false]( short ) mutable {
          if ( std::exchange( done, true ) ) { return; }
          destroyMgr();
          tree.count( "edge", "voice", 2 );
+         EXPECT_TRUE( machine.sees() );
       } );
    tree.count( "edge", "web", 2 );
    EXPECT_THAT( backlog->backlog(), SizeIs( 1 ) );

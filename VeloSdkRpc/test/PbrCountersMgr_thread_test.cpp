@@ -9,6 +9,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "Lumo/ThrowingAssertionHandler.h"
 #include "VeloSdkRpc/test/MgrFixture.h"
 
 namespace VeloSdkRpc::test {
@@ -77,6 +78,16 @@ TEST_F( PbrCountersMgrThreadTest, BothCallsWaitForTheirTurn ) {
    rpc.join();
    EXPECT_TRUE( idle() );
 }
+
+#if defined( VELO_DEBUG_CHECKS ) && VELO_DEBUG_CHECKS
+TEST_F( PbrCountersMgrThreadTest, AQueryFromAnotherThreadIsNoticedWhereThereAreDebugChecks ) {
+   mount();
+   const PbrCountersKey key = longKey( "edge", "web" );
+   EXPECT_NO_THROW( mgr().counters( 1, key ) );
+   const Lumo::ThrowingAssertionHandler assertions;
+   std::thread( [&] { EXPECT_THROW( mgr().counters( 1, key ), Lumo::AssertionThrown ); } ).join();
+}
+#endif
 
 /// An RPC thread switches all the time while the loop changes the tree and drains.
 TEST_F( PbrCountersMgrThreadTest, SwitchesFromAnotherThreadFallBetweenTheSlicesOfTheLoop ) {

@@ -77,6 +77,21 @@ TEST( PbrCountersKeyTest, TheHashDependsOnTheSeedAndOnWhichFieldHoldsAText ) {
    EXPECT_NE( key( "p", "x", "y" ).hash( 1 ), key( "p", "y", "x" ).hash( 1 ) );
 }
 
+TEST( PbrCountersKeyTest, KeysThatDifferOnlyInThePolicyMapOrTheNameHashDifferently ) {
+   EXPECT_NE( key( "p", "n", "r" ).hash( 1 ), key( "q", "n", "r" ).hash( 1 ) );
+   EXPECT_NE( key( "p", "n", "r" ).hash( 1 ), key( "p", "m", "r" ).hash( 1 ) );
+}
+
+TEST( PbrCountersKeyTest, AProbeEqualsTheKeyOfItsClassWithoutAnAclRuleAndNoOther ) {
+   const PolicyMapKey policy( "p" );
+   const Lumo::String name( "n" );
+   const PbrCountersKeyProbe probe{ policy, name };
+   EXPECT_TRUE( key( "p", "n" ) == probe );
+   EXPECT_FALSE( key( "q", "n" ) == probe );
+   EXPECT_FALSE( key( "p", "m" ) == probe );
+   EXPECT_FALSE( key( "p", "n", "r" ) == probe );
+}
+
 TEST( PbrCountersKeyTest, ItsTextFormNamesTheAttributesInOrderAndIsReadBack ) {
    const PbrCountersKey it = key( "edge", "it's\n", "r" );
    EXPECT_EQ( text( it ), "Value('VeloSdkRpc::PbrCountersKey', ** {"

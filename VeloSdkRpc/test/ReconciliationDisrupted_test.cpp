@@ -1,4 +1,5 @@
 #include <stdexcept>
+#include <utility>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -125,6 +126,56 @@ TEST_F( ReconciliationTest, AListenerThatBringsTheDeletionScanToItsEndEndsTheOne
    }
    EXPECT_EQ( ends, 1U );
    EXPECT_EQ( yields, 0U );
+}
+
+TEST_F( ReconciliationTest, WhatAListenerThrowsAfterItHasEndedTheDeletionScanIsNotLost ) {
+   leaveRecords( 1, 5 );
+   startAndScan();
+   const auto finisher =
+      onBacklog( [&, done = false]( std::uint64_t, const PbrCounters * ) mutable {
+         if ( std::exchange( done, true ) ) { return; }
+         sm->handleBacklogBacklogOutputInputReady();
+         throw std::runtime_error( "no" );
+      } );
+   loop.endlessSlices();
+   EXPECT_THROW( loop.runOne(), std::runtime_error );
+   EXPECT_THAT( records(), IsEmpty() );
+   EXPECT_TRUE( sm->ready() );
+}
+
+TEST_F( ReconciliationTest, WhoIsToldThatAnOutputIsReadyFindsItReconciled ) {
+   leaveRecords( 1, 5 );
+   tree.addClass( "p", "5" );
+   startAndScan();
+   int told = 0;
+   const auto looks = Lumo::makeNode< ActsOnChange >(
+      sm->outputState()->publisher(), [&]( short, const void *, const void * ) {
+         ++told;
+         EXPECT_FALSE( sm->backlogBacklogOutputReconciling() );
+         EXPECT_THAT( sm->backlogBacklogOutputSeen().size(), 0U );
+      } );
+   EXPECT_THAT( sm->backlogBacklogOutputSeen().size(), 1U );
+   loop.runUntilIdle();
+   EXPECT_GT( told, 0 );
+}
+
+TEST_F( ReconciliationTest, AnOutputThatIsReadyIsNotReconciledAgain ) {
+   start( kSynchronous );
+   const PbrCountersBacklogSm::BacklogBacklogOutputKeyType key( 1 );
+   sm->backlogBacklogOutputSeenIs( key );
+   sm->handleBacklogBacklogOutputInputReady();
+   EXPECT_TRUE( sm->backlogBacklogOutputSeen()[key] );
+}
+
+TEST_F( ReconciliationTest, TheTasksOfTheOutputsAreMadeInTheOrderOfTheOutputs ) {
+   start( kAsynchronous );
+   std::vector< std::string > names;
+   for ( const auto & task : loop.scheduler()->tasks() ) {
+      names.emplace_back( task->taskName().view() );
+   }
+   ASSERT_THAT( names, SizeIs( 3 ) ); // And the scan's.
+   EXPECT_EQ( names[0], kBacklogTask );
+   EXPECT_EQ( names[1], kNovelTask );
 }
 
 TEST_F( ReconciliationTest, ATaskMayTakeItsPropertiesFromTheOneThatItReplaces ) {
