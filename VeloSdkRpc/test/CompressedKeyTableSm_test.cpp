@@ -324,8 +324,7 @@ TEST_F( CompressedKeyTableSmTest, BeforeEventsCountNothingCanBeMissed ) {
    EXPECT_FALSE( child( scanned ) );
 }
 
-// Trace sinks that change the tree
-// -----------------------------------------------------------------
+// Trace sinks that change the tree ----------------------------------------------------------------
 
 TEST_F( CompressedKeyTableSmTest, APolicyMapMayGoWhileAChangeOfItsClassesIsBeingTraced ) {
    for ( const char * text : { "k: B", "input = from(" } ) {
@@ -352,6 +351,16 @@ TEST_F( CompressedKeyTableSmTest, APolicyMapMayGoWhileItsClassIsBeingScanned ) {
    EXPECT_TRUE( sm->ready() );
    EXPECT_FALSE( child( "p" ) );
    EXPECT_THAT( known(), IsEmpty() );
+}
+
+TEST_F( CompressedKeyTableSmTest, TheMachinesBelowMayBeLetGoWhileEverythingIsDeleted ) {
+   for ( const char * name : { "A", "B", "C" } ) { tree.addClass( "p", name ); }
+   start( kSynchronous );
+   const ActsOnTrace letsGo( "input = from(", [&] { sm->rootSm3Del(); } );
+   sm->doDeleteAll();
+   EXPECT_EQ( letsGo.times, 1 );
+   EXPECT_FALSE( sm->rootSm3() );
+   EXPECT_THAT( known(), SizeIs( 2 ) );
 }
 
 // Outputs -----------------------------------------------------------------------------------------

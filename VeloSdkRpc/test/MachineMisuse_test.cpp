@@ -43,6 +43,16 @@ TYPED_TEST( MachineMisuseTest, AFreshOutputStateBecomesReadyWhenTheHandlersAreCa
    EXPECT_TRUE( this->sm->ready() );
 }
 
+TYPED_TEST( MachineMisuseTest, TheMachinesBelowMayBeLetGoWhenTheEndOfAPassIsTold ) {
+   this->startAndYield( 3 );
+   const auto letsGo = Lumo::makeNode< ActsOnChange >(
+      this->sm->inputSmScanState()->publisher(),
+      [this]( short, const void *, const void * ) { TypeParam::rootDel( *this->sm ); } );
+   this->loop.runUntilIdle();
+   EXPECT_FALSE( TypeParam::root( *this->sm ) );
+   EXPECT_FALSE( this->tree.root->publisher()->hasSubscribers() );
+}
+
 TYPED_TEST( MachineMisuseTest, WithoutAScanStateTheInputScanCountsAsNotDone ) {
    this->startAndYield( 3 );
    this->sm->inputSmScanStateDel();

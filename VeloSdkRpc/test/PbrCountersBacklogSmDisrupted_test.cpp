@@ -230,6 +230,67 @@ TEST_F( DisruptedBacklogSmTest, TheMachineIsDroppedDuringAScan ) {
    EXPECT_FALSE( tree.root->publisher()->hasSubscribers() );
 }
 
+TEST_F( DisruptedBacklogSmTest, TheMachinesBelowAreLetGoDuringAScan ) {
+   for ( const bool yields : { false, true } ) {
+      tree.root->policyMapCountersDelAll();
+      grow( 3, 3 );
+      yields ? loop.alwaysYields() : loop.endlessSlices();
+      start( kAsynchronous );
+      const auto disrupter = once( [&]( const PbrCounters & ) { sm->rootSm0Del(); } );
+      runAll();
+      EXPECT_EQ( thrown, 0 );
+      EXPECT_FALSE( sm->rootSm0() );
+      EXPECT_THAT( known(), SizeIs( 1 ) );
+      EXPECT_FALSE( tree.root->publisher()->hasSubscribers() );
+      sm = nullptr;
+      backlog->backlogDelAll();
+      table->shortKeyDelAll();
+   }
+}
+
+TEST_F( DisruptedBacklogSmTest, TheMachinesBelowAreLetGoWhileEverythingIsDeleted ) {
+   grow( 3, 3 );
+   start( kSynchronous );
+   const auto disrupter = once( [&]( const PbrCounters & ) { sm->rootSm0Del(); } );
+   sm->doDeleteAll();
+   EXPECT_FALSE( sm->rootSm0() );
+   EXPECT_THAT( known(), SizeIs( 8 ) );
+}
+
+TEST_F( DisruptedBacklogSmTest, TheMachinesBelowAreLetGoWhileAClassIsBeingWithdrawn ) {
+   grow( 1, 2 );
+   start( kSynchronous );
+   const auto disrupter = once( [&]( const PbrCounters & ) { sm->rootSm0Del(); } );
+   tree.removeClass( "p0", "c0" );
+   EXPECT_FALSE( sm->rootSm0() );
+   EXPECT_THAT( known(), SizeIs( 1 ) );
+}
+
+TEST_F( DisruptedBacklogSmTest, AClassIsPutBackAndRemovedAgainWhileItIsBeingWithdrawn ) {
+   grow( 1, 2 );
+   start( kSynchronous );
+   const auto disrupter = once( [&]( const PbrCounters & ) {
+      tree.addClass( "p0", "c0", 7 );
+      tree.removeClass( "p0", "c0" );
+   } );
+   tree.removeClass( "p0", "c0" );
+   EXPECT_FALSE( classMachine( "p0", "c0" ) );
+   EXPECT_THAT( known(), SizeIs( 1 ) );
+   expectInStepWithTheTree();
+}
+
+TEST_F( DisruptedBacklogSmTest, TheMachineOfAClassIsLetGoWhileTheClassIsBeingWithdrawn ) {
+   grow( 1, 2 );
+   start( kSynchronous );
+   const auto disrupter = once( [&]( const PbrCounters & ) {
+      child( "p0" )->childSmClassCountersPolicyMapCountersCountersDataPtrConstDel( "c0" );
+   } );
+   tree.removeClass( "p0", "c0" );
+   EXPECT_FALSE( classMachine( "p0", "c0" ) );
+   EXPECT_THAT( known(), SizeIs( 1 ) );
+   expectInStepWithTheTree();
+}
+
 TEST_F( DisruptedBacklogSmTest, TheMachineIsDroppedDuringAnEvent ) {
    for ( const bool removes : { false, true } ) {
       tree.root->policyMapCountersDelAll();

@@ -112,6 +112,21 @@ TYPED_TEST( ResyncReentry, ABracketThatIsBegunAfterCompletingIsAnotherOne ) {
    EXPECT_THAT( this->mgr.contents(), ElementsAre( Pair( 500, 5 ) ) );
 }
 
+TYPED_TEST( ResyncReentry, WhatAnotherManagerDoesMeanwhileEndsNothing ) {
+   TypeParam other;
+   other.set( 1, 1 );
+   this->atTheFirstRemoval( [&]( std::uint32_t ) {
+      other.init();
+      other.set( 2, 2 );
+      other.complete();
+      other.destroyMgr();
+   } );
+   this->mgr.complete();
+   EXPECT_THAT( other.contents(), ElementsAre( Pair( 2, 2 ) ) );
+   EXPECT_EQ( this->mgr.contents(), this->whatWasSentAnd() );
+   EXPECT_THROW( this->mgr.complete(), velo::configuration_error );
+}
+
 TYPED_TEST( ResyncReentry, TheManagerMayBeDestroyed ) {
    this->atTheFirstRemoval( [&]( std::uint32_t ) { this->mgr.destroyMgr(); } );
    this->mgr.complete();
