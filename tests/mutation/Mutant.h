@@ -14,31 +14,33 @@ namespace mutation {
 
 inline constexpr int kMost = 1 << 14;
 
-/// Its only objects live as long as the program or the shared library that they are in.
+/// Its only objects live as long as the program or the shared library that they are in. What is
+/// reached is told at once: a process that a test puts to death has no other time for it.
 class Choice {
  public:
-   ~Choice() {
-      const char * const path = std::getenv( "VELO_MUTANTS_REACHED" );
-      std::FILE * const file = path ? std::fopen( path, "a" ) : nullptr;
-      if ( !file ) { return; }
-      for ( int id = 0; id < kMost; ++id ) {
-         if ( reached_[static_cast< std::size_t >( id )] ) { std::fprintf( file, "%d\n", id ); }
-      }
-      std::fclose( file );
-   }
-
    bool is( int id ) {
-      reached_[static_cast< std::size_t >( id )] = true;
+      const auto bit = static_cast< std::size_t >( id );
+      if ( path_ && !reached_[bit] ) {
+         reached_[bit] = true;
+         tell( id );
+      }
       return id == chosen_;
    }
 
  private:
+   void tell( int id ) const {
+      if ( std::FILE * const file = std::fopen( path_, "a" ) ) {
+         std::fprintf( file, "%d\n", id );
+         std::fclose( file );
+      }
+   }
    static int fromEnvironment() {
       const char * const number = std::getenv( "VELO_MUTANT" );
       return number ? std::atoi( number ) : -1;
    }
 
    const int chosen_ = fromEnvironment();
+   const char * const path_ = std::getenv( "VELO_MUTANTS_REACHED" );
    std::bitset< kMost > reached_;
 };
 

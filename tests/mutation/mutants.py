@@ -34,6 +34,7 @@ class Mutant:
     end: int
     parts: list = field(default_factory=list)  # [begin, end) of what is taken over into the new text
     new: str = ""                              # of a boundary: the other operator
+    function: str = ""                         # the name of the one that it is in
     id: int = -1
 
 
@@ -43,12 +44,14 @@ class Source:
     def __init__(self, path):
         self.path = path
         self.text = path.read_bytes()
-        self.mutants = {}  # (kind, begin, end) -> Mutant
+        self.mutants = {}   # (kind, begin, end) -> Mutant
+        self.function = ""  # in which mutants are being added
 
     def add(self, kind, begin, end, parts=None, new=""):
         if 0 <= begin < end <= len(self.text):
             self.mutants.setdefault((kind, begin, end),
-                                    Mutant(kind, begin, end, parts or [(begin, end)], new))
+                                    Mutant(kind, begin, end, parts or [(begin, end)], new,
+                                           self.function))
 
     def line(self, mutant):
         return self.text.count(b"\n", 0, mutant.begin) + 1
@@ -123,6 +126,7 @@ class Finder:
                 return
             function = cursor
         if source and function:
+            source.function = function.spelling
             self._look(cursor, source)
         for child in cursor.get_children():
             if child.kind not in (CursorKind.CASE_STMT,):
