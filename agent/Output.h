@@ -53,7 +53,7 @@ class Output {
    int error() const { return error_; }
 
  private:
-   static constexpr std::size_t kEnough = 64 * 1024;
+   static constexpr std::size_t kEnough = 65'536;
 
    /// Writes as long as the descriptor takes bytes at once.
    void write();

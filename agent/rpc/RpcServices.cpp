@@ -39,6 +39,7 @@ RpcServices::~RpcServices() = default;
 
 std::vector< grpc::Service * > RpcServices::all() const {
    std::vector< grpc::Service * > all;
+   all.reserve( services_.size() );
    for ( const auto & service : services_ ) { all.push_back( service.get() ); }
    return all;
 }

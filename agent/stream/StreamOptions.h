@@ -18,7 +18,7 @@ struct StreamOptions {
    std::size_t undoRecords = 65'536;
    /// A message is complete when it has so many records, or so many bytes of names.
    std::size_t recordsPerMessage = 4'000;
-   std::size_t namesPerMessage = 256 * 1024;
+   std::size_t namesPerMessage = 262'144;
    /// Streams of clients, those included that may still be resumed.
    std::size_t mostClients = 256;
 };

@@ -184,6 +184,7 @@ void readField( const Json & json, Message & message, const FieldDescriptor & fi
 [[noreturn]] void refuseName( const std::string & name, const Descriptor & type,
                               const std::string & where ) {
    std::vector< std::string > names;
+   names.reserve( static_cast< std::size_t >( type.field_count() ) );
    for ( int i = 0; i < type.field_count(); ++i ) { names.push_back( type.field( i )->name() ); }
    fail( where, fmt::format( "there is no {} here, only {}", VeloAgent::lineOf( Json( name ) ),
                              fmt::join( names, ", " ) ) );

@@ -32,8 +32,8 @@ constexpr std::uint64_t kMostLabel = ( 1 << 20 ) - 1;
 
 /// An argument that must be there.
 CLI::Option * argument( CLI::App & command, const std::string & name, const std::string & help,
-                        std::function< void( const std::string & ) > take ) {
-   return command.add_option_function< std::string >( name, std::move( take ), help )
+                        const std::function< void( const std::string & ) > & take ) {
+   return command.add_option_function< std::string >( name, take, help )
       ->type_name( "" )
       ->required();
 }
